@@ -1,0 +1,155 @@
+// The portal framework's class chain: PortalImpl, the base of every portal,
+// which holds the three tagging modules and runs a design through them;
+// xmlPortal, which adds the XML walk and its own tag definition file; and
+// zeltrasdfPortal, the portal to a solver whose results are SDF files.
+//
+// A portal object goes through one operation at a time; between operations it
+// keeps only its log and cleanup switches and its tag caches.
+#pragma once
+
+#include <array>
+
+#include "zeltra/helper_base.h"
+#include "zeltra/interfaces.h"
+#include "zeltra/tagging.h"
+
+namespace MOSAQ::Portals {
+
+class MOSAQ_EXPORT PortalImpl : public HelperBase, public IPortal {
+public:
+    explicit PortalImpl(IPortalHost* host);
+    ~PortalImpl() override;
+
+    String getHelperName() override { return getName(); }
+    void* getInterface(int kind) override;
+
+    // Tag definition writes go by the data map's "mode": "fixed" and "free" to
+    // marking, "xml" to XML tagging, "script" to scripting; any other mode
+    // gives false and leaves errors unchanged.
+    bool writeInputTagFile(const String& fileName, const std::list<TagData>& tags,
+                           const StringStringMap& data, StringStringMap& outputs,
+                           String& errors) override;
+    bool writeOutputTagFile(const String& fileName, const std::list<TagData>& tags,
+                            const StringStringMap& data, StringStringMap& outputs,
+                            String& errors) override;
+    // Asks marking, XML tagging and scripting in turn until one claims the file.
+    int readInputTags(const String& tagFile, const StringStringMap& data,
+                      std::list<TagData>& tags, StringStringMap& outputs,
+                      String& errors) override;
+    int readOutputTags(const String& tagFile, const StringStringMap& data,
+                       std::list<TagData>& tags, StringStringMap& outputs,
+                       String& errors) override;
+    void finishRun(void* opaque1, void* opaque2) override;
+
+    // --- the portal's own steps ---------------------------------------------
+    // Reads the responses of an output file for its tags; false here.
+    virtual bool extractResponses(const String& file, const StringStringMap& data,
+                                  const std::list<TagData>& tags, String& errors);
+    virtual bool checkSuccess(const StringStringMap& data, bool& success,
+                              StringStringMap& outputs);
+    virtual bool checkFinish(const StringStringMap& data, bool& success,
+                             StringStringMap& outputs);
+    // Shows the framework's own messages filled with dummy values.
+    virtual void testMessages();
+
+    // The whole message table, into the host's message stream.
+    void dumpStringTable();
+    // One message of the portal's table (or of `table`), filled with the
+    // arguments up to the first empty one.
+    void showTableMessage(const String& id, const String& a1 = String(),
+                          const String& a2 = String(), const String& a3 = String(),
+                          const String& a4 = String(), const String& a5 = String(),
+                          const String& a6 = String());
+    void showTableMessage(const String& table, const String& id, const String& a1,
+                          const String& a2, const String& a3, const String& a4,
+                          const String& a5, const String& a6);
+
+    // Whether to keep a file: MQT_<NAME>_SAVE, when set, stands in for value.
+    bool getSaveFlag(String value, bool defaultValue);
+
+    // A message of the portal's own table: ".Portal" + id.
+    String tableText(const String& id);
+
+protected:
+    // Tags of a portal tag file through the cache (see HelperBase::cachedTags).
+    bool getInputTags(const String& tagFile, const String& fileName, std::list<TagData>& tags);
+    bool getOutputTags(const String& tagFile, const String& fileName, std::list<TagData>& tags);
+
+    // The modules in the order they are asked.
+    std::array<TaggingImpl*, 3> modules() { return {&marking, &xml, &scripting}; }
+
+    MarkTagging marking;
+    XmlTagging xml;
+    ScriptTagging scripting;
+
+private:
+    TaggingImpl* writerFor(const StringStringMap& data);
+};
+
+}  // namespace MOSAQ::Portals
+
+// Adds to PortalImpl the XML walk over a file and the portal's own tag
+// definition file (mode "portal").
+class MOSAQ_EXPORT xmlPortal : public MOSAQ::Portals::PortalImpl {
+public:
+    xmlPortal(MOSAQ::Portals::IPortalHost* host, const MOSAQ::String& name);
+
+    MOSAQ::String getName() override { return name; }
+    bool parseInputFile(const MOSAQ::String& path, void* opaque,
+                        std::list<MOSAQ::Portals::ItemGroup>& groups,
+                        MOSAQ::String& errors) override;
+    bool parseOutputFile(const MOSAQ::String& path, void* opaque,
+                         std::list<MOSAQ::Portals::ItemGroup>& groups,
+                         MOSAQ::String& errors) override;
+    bool reservedQuery1() override { return false; }
+    bool writeInputTagFile(const MOSAQ::String& fileName,
+                           const std::list<MOSAQ::Portals::TagData>& tags,
+                           const MOSAQ::StringStringMap& data, MOSAQ::StringStringMap& outputs,
+                           MOSAQ::String& errors) override;
+    bool writeOutputTagFile(const MOSAQ::String& fileName,
+                            const std::list<MOSAQ::Portals::TagData>& tags,
+                            const MOSAQ::StringStringMap& data, MOSAQ::StringStringMap& outputs,
+                            MOSAQ::String& errors) override;
+    int readInputTags(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
+                      std::list<MOSAQ::Portals::TagData>& tags, MOSAQ::StringStringMap& outputs,
+                      MOSAQ::String& errors) override;
+    int readOutputTags(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
+                       std::list<MOSAQ::Portals::TagData>& tags,
+                       MOSAQ::StringStringMap& outputs, MOSAQ::String& errors) override;
+
+    // The portal's own tag definition file: written for mode "portal", read
+    // before the modules are asked; negative when the file isn't the portal's.
+    virtual bool writeTagDefinition(const MOSAQ::String& fileName,
+                                    const std::list<MOSAQ::Portals::TagData>& tags,
+                                    const MOSAQ::StringStringMap& data,
+                                    MOSAQ::StringStringMap& outputs, MOSAQ::String& errors,
+                                    bool isInput);
+    virtual int readTagData(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
+                            std::list<MOSAQ::Portals::TagData>& tags,
+                            MOSAQ::StringStringMap& outputs, MOSAQ::String& errors,
+                            bool isInput);
+
+private:
+    MOSAQ::String name;
+};
+
+// The portal to a solver that leaves its results in SDF files. Its input
+// files are tagged by the modules only; its outputs are read from SDF.
+class MOSAQ_EXPORT zeltrasdfPortal : public xmlPortal {
+public:
+    explicit zeltrasdfPortal(MOSAQ::Portals::IPortalHost* host);
+
+    bool parseInputFile(const MOSAQ::String& path, void* opaque,
+                        std::list<MOSAQ::Portals::ItemGroup>& groups,
+                        MOSAQ::String& errors) override;
+    bool parseOutputFile(const MOSAQ::String& path, void* opaque,
+                         std::list<MOSAQ::Portals::ItemGroup>& groups,
+                         MOSAQ::String& errors) override;
+    bool writeInputTagFile(const MOSAQ::String& fileName,
+                           const std::list<MOSAQ::Portals::TagData>& tags,
+                           const MOSAQ::StringStringMap& data, MOSAQ::StringStringMap& outputs,
+                           MOSAQ::String& errors) override;
+    int readInputTags(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
+                      std::list<MOSAQ::Portals::TagData>& tags, MOSAQ::StringStringMap& outputs,
+                      MOSAQ::String& errors) override;
+};

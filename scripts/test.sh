@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Runs every test twice: in a plain build and in a build under AddressSanitizer
+# and UndefinedBehaviorSanitizer. Undefined behaviour aborts the test that hit it.
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+cd "$root"
+./scripts/setup.sh
+jobs="$(nproc 2>/dev/null || echo 2)"
+
+./scripts/build.sh build
+(cd build && ctest --output-on-failure -j "$jobs")
+
+./scripts/build.sh build-san -DZELTRA_SANITIZE=ON
+(cd build-san && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --output-on-failure -j "$jobs")
