@@ -3,6 +3,8 @@
 // files of its own in a run, has nothing to do.
 #include "zeltra/tagging.h"
 
+#include <cstdint>
+
 namespace MOSAQ::Portals {
 
 bool TaggingImpl::writeInputTagging(const String&, const std::list<TagData>&,
@@ -43,6 +45,34 @@ bool TaggingImpl::getOutputTags(const String& tagFile, const String& fileName,
     return cachedTags(tagFile, "outputFilename", fileName, tags,
                       [this](const String& f, const StringStringMap& d, std::list<TagData>& t,
                              StringStringMap& o, String& e) { return readOutputTagging(f, d, t, o, e); });
+}
+
+}  // namespace MOSAQ::Portals
+
+namespace MOSAQ::Portals {
+
+void TaggingImpl::writeTagFileAttributes(pugi::xml_document&, const StringStringMap&) {}
+
+String TaggingImpl::taggingText(const String& id) {
+    return Support::StringTable::lookup("tagging", ".Portal" + id);
+}
+
+String TaggingImpl::moduleText(const String& id) {
+    return Support::StringTable::lookup(getHelperName(), ".Portal" + id);
+}
+
+void TaggingImpl::addLevelLine(String& errors, const String& level, const String& pattern,
+                               const StringList& args) {
+    addLine(errors, formatList(normalizeLevel(pattern, level), args));
+}
+
+int TaggingImpl::wholeNumber(const String& text) {
+    const double v = parseNumber(text);
+    // Out-of-range texts must not overflow the conversion; they clamp and
+    // then fail the range checks of the token steps.
+    if (!(v > -2147483648.0)) return v != v ? 0 : INT32_MIN;
+    if (!(v < 2147483647.0)) return INT32_MAX;
+    return static_cast<int>(v);
 }
 
 }  // namespace MOSAQ::Portals

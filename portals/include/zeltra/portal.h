@@ -39,6 +39,17 @@ public:
     int readOutputTags(const String& tagFile, const StringStringMap& data,
                        std::list<TagData>& tags, StringStringMap& outputs,
                        String& errors) override;
+    // Brings the design's values into the input files: marking, then XML
+    // tagging, then scripting, each with only its own tag files; the first
+    // false ends it.
+    bool processInputs(const StringStringMap& data, void* opaque, String& errors) override;
+    // "checkSuccess" and "checkFinish" reach the steps of those names; any
+    // other name gives false and leaves result alone.
+    bool runCheck(const String& name, const StringStringMap& data, bool& result,
+                  StringStringMap& outputs) override;
+    // Takes the responses out of the output files: the modules first, then
+    // each output file with a tag file of the portal's own.
+    bool processOutputs(const StringStringMap& data, void* opaque, String& errors) override;
     void finishRun(void* opaque1, void* opaque2) override;
 
     // --- the portal's own steps ---------------------------------------------
@@ -63,6 +74,37 @@ public:
     void showTableMessage(const String& table, const String& id, const String& a1,
                           const String& a2, const String& a3, const String& a4,
                           const String& a5, const String& a6);
+
+    // --- around a run ------------------------------------------------------
+    // Shows the solver's messages at their levels; true if none was an error.
+    bool checkToolMessages(const String& toolName, const StringStringMap& data,
+                           StringStringMap& outputs);
+    // "primaryInput" or "primaryOutput" of the analysis's portal data.
+    String getPrimaryFile(const StringStringMap& data, bool input);
+    // The "key: value" lines of the analysis's portal data as a map.
+    StringStringMap getAnalysisPortalData(const String& analysisName);
+    String getInstallPath(const String& analysisName, bool preferLocal);
+    int getDesignNumber();
+    bool logPreparing(const StringStringMap& data);
+    bool logRunning(const StringStringMap& data);
+    // Splits a solver command line into program and arguments; both stay as
+    // they are when no split is found.
+    static void splitCommand(const String& command, String& program, String& arguments);
+
+    // --- tag files ------------------------------------------------------------
+    // Sorts tag files among marking, XML, scripting and the portal by name and
+    // first lines; each output list is as long as tagFiles, with the entry
+    // kept in its owner's list and blank in the others.
+    void filterTagFiles(const StringList& files, const StringList& tagFiles, StringList& mark,
+                        StringList& xml, StringList& script, StringList& portal, bool input);
+    // tagFiles reduced to the portal's own.
+    void portalTagFiles(const StringList& files, StringList& tagFiles, bool input);
+    // names without the inputs that stay where they are.
+    StringList keepCopiedInputs(const String& analysisName, const StringList& names);
+    String getResourceFolder(const String& subFolder);
+    // The path of a template: in the run folder, beside the user's copy, or
+    // below the resource folder (which need not exist).
+    String findTemplate(const String& templateName, const StringStringMap& data);
 
     // Whether to keep a file: MQT_<NAME>_SAVE, when set, stands in for value.
     bool getSaveFlag(String value, bool defaultValue);

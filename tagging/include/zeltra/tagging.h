@@ -7,6 +7,11 @@
 // isn't the module's, so the portal can ask the next one; 0 means it was read.
 #pragma once
 
+#include <map>
+#include <vector>
+
+#include <pugixml.hpp>
+
 #include "zeltra/helper_base.h"
 
 namespace MOSAQ::Portals {
@@ -36,29 +41,127 @@ public:
     // Takes the responses out of the output files this module has tag files for.
     virtual bool tagOutputs(const StringStringMap& data, void* opaque, String& errors);
     virtual void finishTagging(void* opaque1, void* opaque2);
+    // The module's attributes on a tag definition document, on one tag's
+    // node, and back from a node into a tag.
+    virtual void writeTagFileAttributes(pugi::xml_document& document, const StringStringMap& data);
+    virtual void writeTagAttributes(pugi::xml_node& node, const TagData& tag) = 0;
+    virtual void readTagAttributes(pugi::xml_node& node, TagData& tag) = 0;
+
+    // --- the token engine -------------------------------------------------
+    // Lines are byte text; columns and token ordinals count from 1. `row`
+    // and `fileName` serve the messages only: with a file name, the message
+    // names the file. A false result leaves `value` and `newLine` unusable.
+
+    // Delimited tokens are the maximal runs of characters not in delimSet; an
+    // empty set makes a non-empty line one token.
+    static int countTokens(const String& line, const String& delimSet);
+    static StringList splitTokens(const String& line, const String& delimSet);
+    // Appends the characters of a written delimiter specification (\t tab,
+    // \s blank, \, comma, \\ backslash pair) to delimSet.
+    static bool parseDelimiters(const String& spec, String& delimSet, String& errors);
+    // Columns of fixed-width token `col` under a width specification such as
+    // "8.8.*" or "10"; start and end come in as 1 and 0.
+    static bool locateFixedToken(const String& line, const String& widths, int col, int& start,
+                                 int& end, String& errors);
+    static bool extractDelimToken(int col, const String& line, int row, const String& fileName,
+                                  const String& delimSet, String& value, String& errors);
+    static bool extractFixedToken(int start, int end, const String& line, int row,
+                                  const String& fileName, String& value, String& errors);
+    // Swaps the characters of one token, keeping every delimiter in place.
+    static bool updateDelimToken(int col, const String& line, int row, const String& fileName,
+                                 const String& delimSet, const String& value, String& newLine,
+                                 String& errors);
+    // Writes a value into columns start..end, fitted to the field; the line
+    // keeps its length. An end past the line is clipped in the caller's end.
+    static bool replaceFixedToken(int start, int& end, const String& line, int row,
+                                  const String& fileName, const String& value, String& newLine,
+                                  String& errors);
+
+    // Number of a tag property ("row", "col"): read as a number, truncated.
+    static int wholeNumber(const String& text);
 
 protected:
+    // A message of the shared "tagging" table, and of the module's own table.
+    static String taggingText(const String& id);
+    String moduleText(const String& id);
+    // Appends a line at a level, filled with every argument, none dropped.
+    static void addLevelLine(String& errors, const String& level, const String& pattern,
+                             const StringList& args);
+
     // Tags of a module tag file through the cache (see HelperBase::cachedTags).
     bool getInputTags(const String& tagFile, const String& fileName, std::list<TagData>& tags);
     bool getOutputTags(const String& tagFile, const String& fileName, std::list<TagData>& tags);
 };
 
+// Tags by row and column marks in plain text files. Tag definition files
+// begin "M_in_" or "M_out_" and have "marking" at the start of line two.
 class MOSAQ_EXPORT MarkTagging : public TaggingImpl {
 public:
     explicit MarkTagging(IPortalHost* host) : TaggingImpl(host) {}
     String getHelperName() override { return "Marking"; }
+
+    bool writeInputTagging(const String& fileName, const std::list<TagData>& tags,
+                           const StringStringMap& data, StringStringMap& outputs,
+                           String& errors) override;
+    bool writeOutputTagging(const String& fileName, const std::list<TagData>& tags,
+                            const StringStringMap& data, StringStringMap& outputs,
+                            String& errors) override;
+    int readInputTagging(const String& tagFile, const StringStringMap& data,
+                         std::list<TagData>& tags, StringStringMap& outputs,
+                         String& errors) override;
+    int readOutputTagging(const String& tagFile, const StringStringMap& data,
+                          std::list<TagData>& tags, StringStringMap& outputs,
+                          String& errors) override;
+    bool tagInputs(const StringStringMap& data, void* opaque, String& errors) override;
+    bool tagOutputs(const StringStringMap& data, void* opaque, String& errors) override;
+
+    void writeTagFileAttributes(pugi::xml_document& document, const StringStringMap& data) override;
+    void writeTagAttributes(pugi::xml_node& node, const TagData& tag) override;
+    void readTagAttributes(pugi::xml_node& node, TagData& tag) override;
+
+    // The default delimiter and width specifications of a tag file.
+    static const char* const kDefaultDelims;
+    static const char* const kDefaultWidths;
+
+    // Tags of one file in the order they are applied: by "row" text, then
+    // "col" text, byte-wise and stable; then cut into rows by row number.
+    static void sortTags(std::list<TagData>& tags);
+    static std::map<int, std::vector<TagData>> rowMap(const std::list<TagData>& sortedTags);
+    // One tag line of a tag file into a tag; false unless it has 7 fields.
+    static bool parseTagLine(const String& line, TagData& tag);
+
+private:
+    bool writeTagFile(const String& fileName, const std::list<TagData>& tags,
+                      const StringStringMap& data, StringStringMap& outputs, String& errors,
+                      bool input);
+    int readTagFile(const String& tagFile, const StringStringMap& data, std::list<TagData>& tags,
+                    StringStringMap& outputs, String& errors, bool input);
+    // Rewrites one input file; false when the file was given up.
+    bool tagInputFile(const String& path, const String& tagFile, const StringStringMap& data,
+                      String& errors);
+    // Applies the tags of one row to a line; false when a token step failed.
+    bool tagLine(String& line, int row, const std::vector<TagData>& rowTags, const String& path,
+                 const String& tagFile, String& errors);
+    void reportOutputTag(const TagData& tag, const String& line, int row, const String& path,
+                         const StringStringMap& data, String& errors);
 };
 
+// Tags by XML paths. Not built yet: it claims no tag file and writes none.
 class MOSAQ_EXPORT XmlTagging : public TaggingImpl {
 public:
     explicit XmlTagging(IPortalHost* host) : TaggingImpl(host) {}
     String getHelperName() override { return "Xml"; }
+    void writeTagAttributes(pugi::xml_node&, const TagData&) override {}
+    void readTagAttributes(pugi::xml_node&, TagData&) override {}
 };
 
+// Tags by small scripts. Not built yet: it claims no tag file and writes none.
 class MOSAQ_EXPORT ScriptTagging : public TaggingImpl {
 public:
     explicit ScriptTagging(IPortalHost* host) : TaggingImpl(host) {}
     String getHelperName() override { return "Scripting"; }
+    void writeTagAttributes(pugi::xml_node&, const TagData&) override {}
+    void readTagAttributes(pugi::xml_node&, TagData&) override {}
 };
 
 }  // namespace MOSAQ::Portals

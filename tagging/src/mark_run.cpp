@@ -1,0 +1,222 @@
+// The mark module's part of a design's run: tagInputs rewrites each tagged
+// input file with the design's values, tagOutputs reads one value per tag out
+// of each tagged output file and hands it to the host.
+//
+// An input file P is rewritten into P.temp, which replaces P only when every
+// line was written; a file whose token step fails is given up with P as it
+// was (P.temp stays behind for inspection). With MQT_PRESERVE_TAGGED_FILE_STAGES
+// on, P.orig keeps the old file and P.afterMarking a copy of the new one.
+#include <algorithm>
+
+#include "zeltra/tagging.h"
+
+namespace MOSAQ::Portals {
+
+namespace {
+
+// A file list and its tag file list, split, trimmed and padded to match.
+void splitPaths(const StringStringMap& data, const char* filesKey, const char* tagsKey,
+                StringList& files, StringList& tagFiles) {
+    files = HelperBase::split(HelperBase::value(data, filesKey), '\n', true);
+    tagFiles = HelperBase::split(HelperBase::value(data, tagsKey), '\n', true);
+    if (tagFiles.size() < files.size()) tagFiles.resize(files.size());
+}
+
+bool preserveStages() {
+    const char* v = std::getenv("MQT_PRESERVE_TAGGED_FILE_STAGES");
+    return v && *v && HelperBase::isTrue(v);
+}
+
+bool copyFile(const String& from, const String& to) {
+    Support::FileReader in(from, false);
+    Support::FileWriter out(to, false);
+    if (!in.is_open() || !out.is_open()) return false;
+    if (in.peek() != std::char_traits<char>::eof()) out << in.rdbuf();
+    out.close();
+    return static_cast<bool>(out);
+}
+
+}  // namespace
+
+void MarkTagging::sortTags(std::list<TagData>& tags) {
+    tags.sort([](const TagData& a, const TagData& b) {
+        const String ra = property(a.properties, "row"), rb = property(b.properties, "row");
+        if (ra != rb) return ra < rb;
+        return property(a.properties, "col") < property(b.properties, "col");
+    });
+}
+
+std::map<int, std::vector<TagData>> MarkTagging::rowMap(const std::list<TagData>& sortedTags) {
+    std::map<int, std::vector<TagData>> rows;
+    for (const TagData& tag : sortedTags)
+        rows[wholeNumber(property(tag.properties, "row"))].push_back(tag);
+    return rows;
+}
+
+bool MarkTagging::tagLine(String& line, int row, const std::vector<TagData>& rowTags,
+                          const String& path, const String& tagFile, String& errors) {
+    // Highest "col" text first, so earlier tokens keep their place.
+    for (auto it = rowTags.rbegin(); it != rowTags.rend(); ++it) {
+        const TagData& tag = *it;
+        const String mode = property(tag.properties, "mode");
+        const String format = property(tag.properties, "format");
+        const String delims = property(tag.properties, "delims");
+        const String v = context->getDesignValue(tag.paramType, tag.paramName, tagFile, format,
+                                                 errors);
+        const int col = wholeNumber(property(tag.properties, "col"));
+        String newLine;
+        bool ok = false;
+        if (mode == "free") {
+            String delimSet;
+            parseDelimiters(delims, delimSet, errors);
+            ok = updateDelimToken(col, line, row, path, delimSet, v, newLine, errors);
+        } else if (mode == "fixed") {
+            int start = 1, end = 0;
+            locateFixedToken(line, delims, col, start, end, errors);
+            ok = replaceFixedToken(start, end, line, row, path, v, newLine, errors);
+        } else {
+            addLevelLine(errors, "ERROR", moduleText(".err.unknownTagMode"),
+                         {tag.paramName, mode, path});
+        }
+        if (!ok) return false;
+        line = std::move(newLine);
+    }
+    return true;
+}
+
+bool MarkTagging::tagInputFile(const String& path, const String& tagFile,
+                               const StringStringMap&, String& errors) {
+    std::list<TagData> tags;
+    if (!getInputTags(tagFile, Support::File::base(path, true), tags)) {
+        // A tag file that could not be read is worth saying; an empty one isn't.
+        if (!tagCache.count(Support::File::base(tagFile, true))) {
+            StringStringMap fresh{{"inputFilename", Support::File::base(path, true)}}, outputs;
+            readInputTagging(tagFile, fresh, tags, outputs, errors);
+        }
+        return true;
+    }
+    sortTags(tags);
+    Support::FileReader in(path, false);
+    if (!in.is_open()) {
+        addError(errors, moduleText(".err.openInputFile"), path);
+        return false;
+    }
+    const String temp = path + ".temp";
+    Support::FileWriter out(temp, false);
+    if (!out.is_open()) {
+        addError(errors, moduleText(".err.writeTempFile"), temp, path);
+        return false;
+    }
+    const auto rows = rowMap(tags);
+    String line;
+    for (int row = 1; in.getLine(line, '\n'); ++row) {
+        auto hit = rows.find(row);
+        if (hit == rows.end()) {
+            out << line;
+            if (!in.eof()) out << '\n';
+            continue;
+        }
+        if (!tagLine(line, row, hit->second, path, tagFile, errors)) return false;
+        out << line << '\n';
+    }
+    in.close();
+    out.close();
+    if (!out) {
+        addError(errors, moduleText(".err.writeTempFile"), temp, path);
+        return false;
+    }
+
+    if (preserveStages()) {
+        if (!Support::File::rename(path, path + ".orig"))
+            addWarning(errors, moduleText(".err.renameOrigFile"));
+        copyFile(temp, path + ".afterMarking");
+    }
+    if (Support::File::exists(path) && !Support::File::remove(path))
+        addError(errors, moduleText(".err.deleteOrigFile"), path);
+    if (!Support::File::rename(temp, path))
+        addError(errors, moduleText(".err.renameModFile"), temp, path);
+    return true;
+}
+
+bool MarkTagging::tagInputs(const StringStringMap& data, void*, String& errors) {
+    if (!context) return false;
+    StringList files, tagFiles;
+    splitPaths(data, "inputFilepaths", "inputTagFilepaths", files, tagFiles);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (tagFiles[i].empty()) continue;
+        if (!tagInputFile(files[i], tagFiles[i], data, errors)) return false;
+    }
+    return !hasError(errors);
+}
+
+void MarkTagging::reportOutputTag(const TagData& tag, const String& line, int row,
+                                  const String& path, const StringStringMap& data,
+                                  String& errors) {
+    const String& name = tag.paramName;
+    const String mode = property(tag.properties, "mode");
+    const String delims = property(tag.properties, "delims");
+    const int col = wholeNumber(property(tag.properties, "col"));
+    String text;
+    bool ok = true;
+    if (mode == "free") {
+        String delimSet;
+        parseDelimiters(delims, delimSet, errors);
+        ok = extractDelimToken(col, line, row, path, delimSet, text, errors);
+    } else if (mode == "fixed") {
+        int start = 1, end = 0;
+        locateFixedToken(line, delims, col, start, end, errors);
+        ok = extractFixedToken(start, end, line, row, path, text, errors);
+    }
+    if (!ok) {
+        reportErrorInCall(name, data, format(moduleText(".err.extractRespValue"), name));
+        return;
+    }
+    StringStringMap props;
+    context->getAnalysisProperties(value(data, "analysisDir"), "responseDataType#" + name, props);
+    ResponseValues values;
+    if (value(props, "responseDataType") != "Numeric") {
+        values.strings.push_back(text);
+    } else if (isNumber(text)) {
+        values.numbers.push_back(parseNumber(text));
+    } else {
+        reportErrorInCall(name, data,
+                          formatList(moduleText(".err.convertStringToNum"), {name, text}));
+        return;
+    }
+    reportValues(name, data, values);
+}
+
+bool MarkTagging::tagOutputs(const StringStringMap& data, void*, String& errors) {
+    if (!context) return false;
+    StringList files, tagFiles;
+    splitPaths(data, "outputFilepaths", "outputTagFilepaths", files, tagFiles);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (tagFiles[i].empty()) continue;
+        const String& path = files[i];
+        const String baseName = Support::File::base(path, true);
+        addLine(errors, moduleText(".msg.processOutputTags"), path);
+        std::list<TagData> tags;
+        StringStringMap fresh{{"outputFilename", baseName}}, outputs;
+        readOutputTagging(tagFiles[i], fresh, tags, outputs, errors);
+        sortTags(tags);
+        Support::FileBufferedReader reader(path);
+        if (!reader.is_open()) {
+            addError(errors, moduleText(".err.openOutputFile"), path);
+            return false;
+        }
+        for (const auto& [row, rowTags] : rowMap(tags)) {
+            if (row < 1 || !reader.gotoLine(row - 1)) {
+                for (const TagData& tag : rowTags)
+                    reportErrorInCall(tag.paramName, data,
+                                      format(moduleText(".err.storeRespValue"), tag.paramName,
+                                             numberText(row), baseName));
+                continue;
+            }
+            const String line = reader.getCurrentLine();
+            for (const TagData& tag : rowTags) reportOutputTag(tag, line, row, path, data, errors);
+        }
+    }
+    return !hasError(errors);
+}
+
+}  // namespace MOSAQ::Portals
