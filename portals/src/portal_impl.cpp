@@ -2,16 +2,6 @@
 // writes and reads to the modules, the portal's tag cache and the end of a run.
 #include "zeltra/portal.h"
 
-namespace MOSAQ {
-
-IProperties& Portals::IPortal::getProperties() {
-    // A portal has no properties of its own: every portal shares one empty set.
-    static IProperties none;
-    return none;
-}
-
-}  // namespace MOSAQ
-
 namespace MOSAQ::Portals {
 
 PortalImpl::PortalImpl(IPortalHost* h)

@@ -116,8 +116,12 @@ public:
 class MOSAQ_EXPORT IPortal : public IExtension {
 public:
     String getType() override { return "Portal"; }
-    // One shared, immutable set with no properties.
-    IProperties& getProperties() override;
+    // One shared, immutable set with no properties. Defined here so that a
+    // host that only loads the plug-in still has the interface's type info.
+    IProperties& getProperties() override {
+        static IProperties none;
+        return none;
+    }
 
     virtual bool parseInputFile(const String& path, void* opaque, std::list<ItemGroup>& groups,
                                 String& errors) = 0;

@@ -1,0 +1,272 @@
+// One study played end to end through the loaded plug-in and the fake host:
+// tag files written and read back, a design's values brought into a real
+// solver input, the solver's messages judged, and responses taken out of a
+// text output. The host must see exactly the expected requests and reports.
+#include <dlfcn.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "fake_host.h"
+#include "zeltra/interfaces.h"
+
+using namespace MOSAQ;
+using namespace MOSAQ::Portals;
+using fakehost::FakeHost;
+using fakehost::readFile;
+using fakehost::TempDir;
+
+namespace {
+
+TagData markTag(const String& mode, const String& row, const String& delims, const String& col,
+                const String& type, const String& name, const String& file) {
+    return {{"deck", name},
+            name,
+            type,
+            {{"mode", mode, ""},
+             {"row", row, ""},
+             {"delims", delims, ""},
+             {"col", col, ""},
+             {"format", "%g", ""},
+             {"filename", file, ""}}};
+}
+
+const char* const kDeck =
+    "* beam deck\n"
+    "LENGTH = 1.0 ; WIDTH = 0.1\n"
+    "MATERIAL steel\n"
+    "LOAD    100.0   200.0   300.0\n"
+    "END";  // no final line feed
+
+const char* const kResults =
+    "tip deflection 0.0123 m\n"
+    "max stress     1.5e3  MPa\n"
+    "status         ok\n"
+    "mass           abc\n";
+
+class MarkStudy : public ::testing::Test {
+protected:
+    void SetUp() override {
+        handle = ::dlopen(ZELTRA_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(handle, nullptr) << ::dlerror();
+        auto factory = reinterpret_cast<PortalFactoryFn>(::dlsym(handle, "portalFactory"));
+        ASSERT_NE(factory, nullptr);
+        portal.reset(factory(&host, "ZeltraSDF", nullptr));
+        ASSERT_NE(portal, nullptr);
+    }
+    void TearDown() override {
+        portal.reset();
+        if (handle) ::dlclose(handle);
+    }
+
+    void* handle = nullptr;
+    FakeHost host;
+    std::unique_ptr<IPortal> portal;
+    TempDir study;
+    TempDir run;
+};
+
+TEST_F(MarkStudy, PlaysOneDesignEndToEnd) {
+    // --- setting the study up ---------------------------------------------------
+    // The SDF portal keeps no input tag definitions of its own: the host's
+    // request is refused, and any input tag file counts as read.
+    const StringStringMap setup{{"mode", "free"},      {"destDir", study.path()},
+                                {"analysisName", "A1"}, {"version", "3"}};
+    StringStringMap outputs;
+    String errors;
+    EXPECT_FALSE(portal->writeInputTagFile(
+        "deck.inp", {markTag("free", "2", "\\s", "2", "Double", "length", "deck.inp")}, setup,
+        outputs, errors));
+    EXPECT_TRUE(errors.empty() && outputs.empty());
+    // So the input's mark tags come as the study saved them, several on a line.
+    const String inTag = study.write("M_in_A1_deck.inp",
+                                     "$ File type, version\n"
+                                     "marking, 3\n"
+                                     "$ Tag definition file: deck.inp\n"
+                                     "$ Tag type, Num tags\n"
+                                     "MARKING, 5\n"
+                                     "$ Default delimited (free) parser\n"
+                                     "\\,;\"=()'\\t\\s\n"
+                                     "$ Default fixed parser (*=remainder of line)\n"
+                                     "10\n"
+                                     "$ Mode, Row, Delims, Col, Param type, Param name, Print Fmt\n"
+                                     "free, 2,\\s=;, 2, Double, length, %g\n"
+                                     "free, 2,\\s=;, 4, Double, width, %g\n"
+                                     "fixed, 4,8.8, 2, Double, load1, %g\n"
+                                     "fixed, 4,8.8, 3, Double, load2, %g\n"
+                                     "free, 3,\\s, 2, String, material, %s");
+    std::list<TagData> ignored;
+    EXPECT_EQ(portal->readInputTags(inTag, {}, ignored, outputs, errors), 1);
+
+    // Output tags are written through the portal and read back.
+    const std::list<TagData> outputTags = {
+        markTag("free", "1", "\\s", "3", "Double", "deflection", "results.txt"),
+        markTag("free", "2", "\\s", "3", "Double", "stress", "results.txt"),
+        markTag("fixed", "3", "15.*", "2", "String", "status", "results.txt"),
+        markTag("free", "4", "\\s", "2", "Double", "mass", "results.txt"),
+        markTag("free", "9", "\\s", "1", "Double", "beyond", "results.txt"),
+        markTag("free", "1", "\\s", "1", "Double", "elsewhere", "other.txt"),
+    };
+    ASSERT_TRUE(portal->writeOutputTagFile("results.txt", outputTags, setup, outputs, errors))
+        << errors;
+    EXPECT_EQ(outputs.at("results.txt_outtagfile"), "M_out_A1_results.txt");
+    const String outTag = study.file("M_out_A1_results.txt");
+
+    std::list<TagData> readBack;
+    StringStringMap readOutputs;
+    ASSERT_EQ(portal->readOutputTags(outTag, {{"outputFilename", "results.txt"}}, readBack,
+                                     readOutputs, errors),
+              0)
+        << errors;
+    ASSERT_EQ(readBack.size(), 5u);
+    auto expected = outputTags.begin();
+    for (const TagData& tag : readBack) {
+        EXPECT_EQ(tag.paramName, expected->paramName);
+        EXPECT_EQ(tag.paramType, expected->paramType);
+        EXPECT_EQ(tag.properties, expected->properties) << tag.paramName;
+        ++expected;
+    }
+    EXPECT_EQ(readOutputs.at("delims"), "\\,;\"=()'\\t\\s");
+    EXPECT_EQ(readOutputs.at("widths"), "10");
+
+    // --- one design ---------------------------------------------------------------
+    const String deck = run.write("deck.inp", kDeck);
+    const String results = run.write("results.txt", kResults);
+    host.context.designValues = {{"length", "2.5"}, {"width", "0.25"}, {"load1", "1234.5"},
+                                 {"load2", "-7"},   {"material", "aluminium"}};
+    for (const char* r : {"deflection", "stress", "mass", "beyond"})
+        host.context.analysisProperties[{"A1dir", String("responseDataType#") + r}] = {
+            {"responseDataType", "Numeric"}};
+    const StringStringMap design{{"analysisName", "A1"},
+                                 {"analysisDir", "A1dir"},
+                                 {"evalId", "5"},
+                                 {"caseIndex", "0"},
+                                 {"destDir", run.path()},
+                                 {"inputFilepaths", deck},
+                                 {"inputTagFilepaths", inTag},
+                                 {"outputFilepaths", results},
+                                 {"outputTagFilepaths", outTag}};
+    errors.clear();
+    ASSERT_TRUE(portal->processInputs(design, nullptr, errors)) << errors;
+    EXPECT_FALSE(errors.find("ERROR") != String::npos) << errors;
+    EXPECT_EQ(readFile(deck),
+              "* beam deck\n"
+              "LENGTH = 2.5 ; WIDTH = 0.25\n"
+              "MATERIAL aluminium\n"
+              "LOAD      1234.5      -7300.0\n"  // fields of 8, right-justified
+              "END");
+    // Within a line, the higher column first; the source is the tag file.
+    const std::vector<std::pair<String, String>> asked = {
+        {"width", "Double"}, {"length", "Double"}, {"material", "String"},
+        {"load2", "Double"}, {"load1", "Double"}};
+    ASSERT_EQ(host.context.designRequests.size(), asked.size());
+    for (std::size_t i = 0; i < asked.size(); ++i) {
+        const auto& r = host.context.designRequests[i];
+        EXPECT_EQ(r.paramName, asked[i].first);
+        EXPECT_EQ(r.paramType, asked[i].second);
+        EXPECT_EQ(r.source, inTag);
+        EXPECT_EQ(r.format, r.paramName == "material" ? "%s" : "%g");
+    }
+    // Fixed fields of width 8 got values of other widths: warnings, no errors.
+    EXPECT_NE(errors.find("WARNING: "), String::npos);
+
+    // --- the solver's messages --------------------------------------------------
+    run.write("analysis_execution.messages",
+              "NOTE: mesh built\nWARNING: coarse mesh\nOUTPUT: iteration 12\nplain line\n");
+    bool success = false;
+    StringStringMap checkOutputs;
+    ASSERT_TRUE(portal->runCheck("checkSuccess", design, success, checkOutputs));
+    EXPECT_TRUE(success);
+    ASSERT_EQ(host.log.size(), 5u) << host.transcript();
+    EXPECT_EQ(host.log[1].level, 8);
+    EXPECT_EQ(host.log[2].level, 4);
+    EXPECT_EQ(host.log[3].level, 16);
+    EXPECT_EQ(host.log[4].level, 8);
+    for (const auto& l : host.log) EXPECT_EQ(l.evalId, 5);
+
+    run.write("analysis_execution.messages", "ERROR: solver diverged\n");
+    ASSERT_TRUE(portal->runCheck("checkSuccess", design, success, checkOutputs));
+    EXPECT_FALSE(success);
+    EXPECT_TRUE(host.logged("solver diverged", 2));
+
+    // --- the responses ------------------------------------------------------------
+    errors.clear();
+    EXPECT_TRUE(portal->processOutputs(design, nullptr, errors)) << errors;
+    const auto& got = host.context.responses;
+    ASSERT_EQ(got.size(), 5u);
+    auto numberOf = [&](const String& name) {
+        const auto* r = host.context.response(name);
+        EXPECT_NE(r, nullptr) << name;
+        if (!r) return -1.0;
+        EXPECT_FALSE(r->failed()) << name << ": " << r->caseInfo.at("message");
+        EXPECT_EQ(r->values.numbers.size(), 1u) << name;
+        return r->values.numbers.empty() ? -1.0 : r->values.numbers[0];
+    };
+    EXPECT_DOUBLE_EQ(numberOf("deflection"), 0.0123);
+    EXPECT_DOUBLE_EQ(numberOf("stress"), 1500.0);
+    const auto* status = host.context.response("status");
+    ASSERT_NE(status, nullptr);
+    EXPECT_EQ(status->values.strings, StringList{"ok"});
+    EXPECT_EQ(status->caseInfo.at("caseIndex"), "0");
+    EXPECT_EQ(status->caseInfo.at("evalId"), "5");
+    const auto* mass = host.context.response("mass");
+    ASSERT_NE(mass, nullptr);
+    EXPECT_TRUE(mass->failed());
+    EXPECT_NE(mass->caseInfo.at("message").find("abc"), String::npos);
+    const auto* beyond = host.context.response("beyond");
+    ASSERT_NE(beyond, nullptr);
+    EXPECT_TRUE(beyond->failed());
+    EXPECT_NE(beyond->caseInfo.at("message").find("9"), String::npos);
+
+    portal->finishRun(nullptr, nullptr);
+}
+
+TEST_F(MarkStudy, AFailedDesignLosesNothing) {
+    const String inTag = study.write("M_in_A1_deck.inp",
+                                     "$ x\nmarking, 1\n\\s\n10\n"
+                                     "free, 1,\\s, 1, Double, a, %g\n"
+                                     "free, 2,\\s, 9, Double, b, %g\n");  // past the line's end
+    StringStringMap outputs;
+    String errors;
+    const String deck = run.write("deck.inp", "1 2 3\n4 5 6\n");
+    host.context.designValues = {{"a", "10"}, {"b", "20"}};
+    const StringStringMap design{{"inputFilepaths", deck},
+                                 {"inputTagFilepaths", inTag}};
+    EXPECT_FALSE(portal->processInputs(design, nullptr, errors));
+    EXPECT_EQ(readFile(deck), "1 2 3\n4 5 6\n");
+    EXPECT_NE(errors.find("ERROR: "), String::npos);
+    EXPECT_NE(errors.find(deck), String::npos) << "the message names the file: " << errors;
+
+    // A missing input file and a missing output file are reported by name.
+    errors.clear();
+    const StringStringMap missingIn{{"inputFilepaths", run.file("gone.inp")},
+                                    {"inputTagFilepaths", inTag}};
+    EXPECT_FALSE(portal->processInputs(missingIn, nullptr, errors));
+    EXPECT_NE(errors.find(run.file("gone.inp")), String::npos) << errors;
+
+    ASSERT_TRUE(portal->writeOutputTagFile(
+        "out.txt", {markTag("free", "1", "\\s", "1", "Double", "r", "out.txt")},
+        {{"mode", "free"}, {"destDir", study.path()}, {"analysisName", "A1"}}, outputs, errors));
+    errors.clear();
+    const StringStringMap missingOut{{"outputFilepaths", run.file("out.txt")},
+                                     {"outputTagFilepaths", study.file("M_out_A1_out.txt")}};
+    EXPECT_FALSE(portal->processOutputs(missingOut, nullptr, errors));
+    EXPECT_NE(errors.find("ERROR: "), String::npos);
+    EXPECT_NE(errors.find(run.file("out.txt")), String::npos) << errors;
+    EXPECT_TRUE(host.context.responses.empty());
+}
+
+TEST_F(MarkStudy, AMalformedTagFileIsReportedAndTheInputKept) {
+    const String tag = study.write("M_in_A1_deck.inp",
+                                   "$ File type, version\nmarking, 1\n\\s\n10\nfree, 1, 2\n");
+    const String deck = run.write("deck.inp", "1 2 3\n");
+    String errors;
+    EXPECT_FALSE(portal->processInputs({{"inputFilepaths", deck}, {"inputTagFilepaths", tag}},
+                                       nullptr, errors));
+    EXPECT_NE(errors.find(tag), String::npos) << errors;
+    EXPECT_EQ(readFile(deck), "1 2 3\n");
+    EXPECT_TRUE(host.context.designRequests.empty());
+}
+
+}  // namespace
