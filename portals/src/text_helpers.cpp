@@ -101,6 +101,12 @@ void HelperBase::addNote(String& e, const String& p, const String& a1, const Str
     appendLine(e, format(normalizeLevel(p, "NOTE"), a1, a2, a3));
 }
 void HelperBase::addLine(String& e, const String& text) { appendLine(e, text); }
+void HelperBase::addLine(String& e, const String& p, const String& a1) {
+    appendLine(e, format(p, a1));
+}
+void HelperBase::addLine(String& e, const String& p, const String& a1, const String& a2) {
+    appendLine(e, format(p, a1, a2));
+}
 void HelperBase::addLine(String& e, const String& p, const String& a1, const String& a2,
                          const String& a3) {
     appendLine(e, format(p, a1, a2, a3));

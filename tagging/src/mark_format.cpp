@@ -22,12 +22,12 @@ String orDefault(const StringStringMap& data, const char* key, const char* fallb
     return v.empty() ? String(fallback) : v;
 }
 
+// Joined by hand, not through the placeholder filler: a field may hold "%7".
 String tagLineText(const TagData& tag) {
     const auto& p = tag.properties;
-    return HelperBase::formatList("%1, %2,%3, %4, %5, %6, %7",
-                                  {HelperBase::property(p, "mode"), HelperBase::property(p, "row"),
-                                   HelperBase::property(p, "delims"), HelperBase::property(p, "col"),
-                                   tag.paramType, tag.paramName, HelperBase::property(p, "format")});
+    return HelperBase::property(p, "mode") + ", " + HelperBase::property(p, "row") + "," +
+           HelperBase::property(p, "delims") + ", " + HelperBase::property(p, "col") + ", " +
+           tag.paramType + ", " + tag.paramName + ", " + HelperBase::property(p, "format");
 }
 
 }  // namespace

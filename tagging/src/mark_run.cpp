@@ -111,16 +111,20 @@ bool MarkTagging::tagInputFile(const String& path, const String& tagFile,
     // Rows come in ascending order, as the map holds them: a cursor on the next
     // tagged row saves a tree search on every line of a large file.
     auto hit = rows.begin();
+    // Lines are read raw, so a file with "\r\n" line ends keeps them: the
+    // '\r' is set aside while tokens are replaced and written back after.
     String line;
-    for (int row = 1; in.getLine(line, '\n'); ++row) {
+    for (int row = 1; std::getline(in, line); ++row) {
         while (hit != rows.end() && hit->first < row) ++hit;
         if (hit == rows.end() || hit->first != row) {
             out << line;
             if (!in.eof()) out << '\n';
             continue;
         }
+        const bool crlf = !line.empty() && line.back() == '\r';
+        if (crlf) line.pop_back();
         if (!tagLine(line, row, hit->second, path, tagFile, errors)) return false;
-        out << line << '\n';
+        out << line << (crlf ? "\r\n" : "\n");
     }
     in.close();
     out.close();

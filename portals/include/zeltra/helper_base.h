@@ -71,8 +71,11 @@ public:
     static void addNote(String& errors, const String& pattern, const String& a1 = String(),
                         const String& a2 = String(), const String& a3 = String());
     static void addLine(String& errors, const String& text);
+    static void addLine(String& errors, const String& pattern, const String& a1);
     static void addLine(String& errors, const String& pattern, const String& a1,
-                        const String& a2 = String(), const String& a3 = String());
+                        const String& a2);
+    static void addLine(String& errors, const String& pattern, const String& a1,
+                        const String& a2, const String& a3);
     static void addLine(String& errors, const String& pattern, int a1);
     static void addLine(String& errors, const String& pattern, int a1, int a2);
     static void addLine(String& errors, const String& pattern, int a1, int a2, int a3);
