@@ -1,0 +1,430 @@
+/* Inner records and routines of the SDF library, shared by its source files
+ * and its tests; not part of the public interface.
+ *
+ * In memory every multi-byte field is in native byte order: the conversion to
+ * and from a file's own order happens at the transfer of a block and nowhere
+ * else. Records that mirror bytes on disk (sdf_hdr, sdf_blkent, sdf_varrec)
+ * have the exact layout of the file, checked by static assertions below.
+ *
+ * Routines return 0 on success or an SDF code (2000s warning, 3000s error,
+ * 4000s bug); a routine that finds a failure reports it once with sdf_error,
+ * and each level above passes it up with sdf_error_chain. */
+#ifndef SDF_INNER_H
+#define SDF_INNER_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+#include <time.h>
+
+#include "sdf.h"
+#include "zutil.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------- format */
+
+enum {
+    SDF_CHUNK = 512,        /* chunk size of every file this library creates */
+    SDF_WORD = 4,
+    SDF_HDR_BYTES = 256,
+    SDF_ENTRY_BYTES = 32,   /* block table entry */
+    SDF_RECORD_BYTES = 64,  /* variable record */
+    SDF_MAJOR = 3,
+    SDF_MINOR = 0,
+    SDF_MAX_RANK = 7,
+    SDF_MAX_NAME = 512,
+    SDF_LRU_ROWS = 64       /* chrvar block buffers per file */
+};
+
+#define SDF_GUARD_CLEAN 0x0A0D0A00u
+#define SDF_GUARD_DIRTY 0x0A0D0A01u
+/* Lowest accepted record time: 2011-01-01 06:00 UTC, in microseconds. */
+#define SDF_MIN_STAMP INT64_C(1293861600000000)
+/* How far a record's time may lie after the header's: 30 days. */
+#define SDF_STAMP_SLACK INT64_C(2592000000000)
+
+/* Chain numbers, which double as block types. Data blocks of an array have
+ * the negative swap width of the element type: -1, -4 or -8. */
+enum {
+    SDF_CH_FREE = 0,
+    SDF_CH_BLKINF = 1,
+    SDF_CH_UNUSED = 2,
+    SDF_CH_VARINF = 3,
+    SDF_CH_VARNAM = 4,
+    SDF_CH_ARRDIM = 5,
+    SDF_CH_CHRVAR = 6,
+    SDF_CH_ARRDIM32 = 7 /* slot request unit of version-1 dimensions; arrdim chain */
+};
+
+/* One chain's description in the header: 32 bytes. The two `extra` words
+ * are the free count and free head of blkinf, or the free count, free block
+ * and free index of varinf (free_count, free_a, free_b); reserved elsewhere. */
+typedef struct sdf_chain_desc {
+    int32_t head;
+    int32_t tail;
+    int32_t chunks;
+    int32_t free_count;
+    int32_t free_a;
+    int32_t free_b;
+    int32_t reserved[2];
+} sdf_chain_desc;
+
+/* The header, block 0. chain[k - 1] describes chain k (1 blkinf .. 6 chrvar). */
+typedef struct sdf_hdr {
+    char magic[16];
+    uint32_t guard;
+    int32_t major;
+    int32_t minor;
+    int32_t chunk_size;
+    int32_t file_chunks;
+    int32_t blk1_start;
+    int32_t blk1_len;
+    int32_t reserved44;
+    int64_t modified;
+    int32_t reserved56[2];
+    sdf_chain_desc chain[6];
+} sdf_hdr;
+
+/* A block table entry. */
+typedef struct sdf_blkent {
+    int32_t start;
+    int32_t chunks;
+    int32_t next;
+    int32_t prev;
+    int32_t used;
+    int32_t type;
+    int32_t largest_free;
+    int32_t first_free;
+} sdf_blkent;
+
+/* A slot reference: block number and word index of the slot's size word. */
+typedef struct sdf_slotref {
+    int32_t block;
+    int32_t index;
+} sdf_slotref;
+
+/* A variable record. */
+typedef struct sdf_varrec {
+    sdf_slotref name;
+    sdf_slotref units;
+    sdf_slotref desc;
+    int32_t type;
+    int32_t elen;
+    union {
+        int32_t i[4];
+        int64_t l[2];
+        float f[4];
+        double d[2];
+    } value;
+    int64_t modified;
+    int32_t reserved[2];
+} sdf_varrec;
+
+#ifdef __cplusplus
+static_assert(sizeof(sdf_hdr) == SDF_HDR_BYTES, "header layout");
+static_assert(offsetof(sdf_hdr, modified) == 48, "header layout");
+static_assert(offsetof(sdf_hdr, chain) == 64, "header layout");
+static_assert(sizeof(sdf_blkent) == SDF_ENTRY_BYTES, "entry layout");
+static_assert(sizeof(sdf_varrec) == SDF_RECORD_BYTES, "record layout");
+static_assert(offsetof(sdf_varrec, value) == 32, "record layout");
+static_assert(offsetof(sdf_varrec, modified) == 48, "record layout");
+#endif
+
+/* Type code helpers: an array has the base code plus 100. */
+#define SDF_IS_ARRAY(type) ((((type) / 100) % 10) != 0)
+#define SDF_BASE_TYPE(type) ((type) % 100)
+/* Element size and swap width of a base type; 0 for an unknown base. */
+int sdf_type_elen(int base);
+int sdf_swap_width(int base);
+int sdf_valid_base(int base);
+
+/* ---------------------------------------------------------- in memory */
+
+/* Block list rows. flags: bit 0 modified, bit 1 the buffer is the library's. */
+enum { SDF_BLK_MODIFIED = 1, SDF_BLK_OWNED = 2 };
+
+typedef struct Blentry {
+    sdf_blkent *entry; /* inside its blkinf block's buffer */
+    void *data;        /* the block's contents, or null */
+    int32_t owner;     /* blkinf block that holds the entry */
+    int32_t slot_row;  /* row in the chrvar LRU table, 0 if none */
+    int32_t flags;
+} Blentry;
+
+typedef struct Blks {
+    int32_t count; /* entries of all blkinf blocks, free ones included */
+    int32_t modified;
+    int32_t capacity;
+    Blentry *rows; /* indexed by block number */
+} Blks;
+
+typedef struct ventry {
+    char *name;         /* inside its varnam slot */
+    sdf_varrec *record; /* inside its varinf block's buffer */
+    int32_t block;      /* the varinf block, marked modified on a change */
+} ventry;
+
+typedef struct vars {
+    int32_t count;
+    int32_t capacity;
+    ventry *rows;  /* unsorted; rows never move */
+    int32_t *key;  /* key[p]: row of the variable at sorted position p */
+} vars;
+
+typedef struct sdf_lru_row {
+    int32_t next;
+    int32_t prev;
+    int32_t block;
+    int32_t chunks;
+} sdf_lru_row;
+
+typedef struct sdf_slot_lru {
+    int32_t initialised;
+    int32_t free_row;
+    int32_t head; /* least recently used */
+    int32_t tail; /* most recently used */
+    sdf_lru_row rows[SDF_LRU_ROWS + 1]; /* rows 1..64; row 0 unused */
+} sdf_slot_lru;
+
+/* The open operating-system file, shared by the channels that use it. */
+typedef struct sdfios {
+    int fd;
+    int32_t refs;
+    ZU_Lock mutex; /* seek plus transfer */
+} sdfios;
+
+/* One file in memory, shared by the channels on it. */
+typedef struct sdfile {
+    char *name;  /* as given to the open */
+    char *path;  /* absolute */
+    sdf_hdr *hdr;
+    vars *vars;
+    Blks *blks;
+    void *cache; /* user cache, or null */
+    sdf_slot_lru lru;
+    ZU_RWLock rwlock;
+    ZU_Lock slot_mutex;
+    ZU_Lock cache_mutex;
+    int64_t lock_pid;
+    int64_t lock_fid;
+    int32_t lock_write;
+    int32_t writable;
+    int32_t scratch;
+    int32_t internal;
+    int32_t swap;
+    int32_t case_insensitive;
+    int32_t locked;
+    int32_t handles;
+    int32_t first_channel; /* head of the chain of channels on this file */
+} sdfile;
+
+/* Option blocks and stacks: see sdf_options. */
+typedef struct sdf_optval {
+    char text[128];
+    int32_t ival;
+    float fval;
+    double dval;
+} sdf_optval;
+
+enum { SDF_NOPTS = 33, SDF_NGENERAL_OPTS = 8 };
+typedef struct sdf_optblock {
+    sdf_optval v[SDF_NOPTS];
+} sdf_optblock;
+
+typedef struct sdf_optlevel {
+    sdf_optblock *block;
+    int32_t back; /* level to return to on pop, -1 if none */
+} sdf_optlevel;
+
+typedef struct sdf_optstack {
+    sdf_optlevel *levels;
+    int32_t capacity;
+    int32_t depth;
+    int32_t top;
+    sdf_optblock *current;
+} sdf_optstack;
+
+/* One channel. */
+typedef struct fcb {
+    sdfile *file;
+    sdfios *ios;              /* null for an internal file */
+    sdf_optblock *own_opts;   /* null until the channel sets an option */
+    sdf_optstack stack;
+    int32_t prefix_active;
+    int32_t number;
+    int32_t prev;
+    int32_t next;
+    int32_t writable;
+    int32_t write_locks;
+    int32_t read_locks;
+} fcb;
+
+/* Option numbers, in table order. */
+enum {
+    SDF_OPT_THREAD_SAFE, SDF_OPT_ERROR_OUT, SDF_OPT_CASE_SENSITIVE, SDF_OPT_SEX,
+    SDF_OPT_DEFAULT_INTERNAL_CHANNEL, SDF_OPT_LOCK_LIFE_HRS, SDF_OPT_NO_READ_LOCK,
+    SDF_OPT_PATH_ENCODING, SDF_OPT_OVERWRITE, SDF_OPT_OVERWRITE_WARN, SDF_OPT_COPYSELF_WARN,
+    SDF_OPT_DELETE_WARN, SDF_OPT_WHERE_MEM_ERROR, SDF_OPT_WRITE, SDF_OPT_FLUSH,
+    SDF_OPT_ZERO_ARRAYS, SDF_OPT_CALC_TRY_NOPREFIX, SDF_OPT_MAX_EXTRA_DATA_CHUNKS,
+    SDF_OPT_MAX_EXTRA_SLOT_CHUNKS, SDF_OPT_CALC_BADVAR_IS_CHAR, SDF_OPT_CALC_RANGE_CHECK,
+    SDF_OPT_CALC_RANGE_SUBST, SDF_OPT_INT_FORMAT, SDF_OPT_INT64_FORMAT,
+    SDF_OPT_LOG_TRUE_FORMAT, SDF_OPT_LOG_FALSE_FORMAT, SDF_OPT_REAL_FORMAT,
+    SDF_OPT_DBLE_FORMAT, SDF_OPT_CMPX_FORMAT, SDF_OPT_DCMPX_FORMAT, SDF_OPT_PREFIX,
+    SDF_OPT_CALC_PREFIX, SDF_OPT_CALC_DEFAULT_1_PREFIX
+};
+
+/* ------------------------------------------------- errors and options */
+
+/* Reports code from routine: looks the message up, fills it with the
+ * arguments (printf style, as the message's own %d and %s say), and posts it
+ * where option Error_Out says. Returns code. An unknown code becomes 3090. */
+int sdf_error(const char *routine, int code, ...);
+/* Passes a failure code up from callee: reports "Error %d reported by "%s"."
+ * (or the warning and bug forms) and returns the family code 2000, 3000 or
+ * 4000. 0 passes through as 0. */
+int sdf_error_chain(const char *routine, int code, const char *callee);
+/* The system's text for errno as it stands, in a thread-local buffer. */
+const char *sdf_sys_error(void);
+/* The message pattern of a code, or null when the table has none. */
+const char *sdf_error_text(int code);
+
+/* Option values for a channel (its own block for rows 8 and up when it has
+ * one) or for the process when f is null. */
+int sdf_opt_int(const fcb *f, int opt);
+const char *sdf_opt_text(const fcb *f, int opt);
+float sdf_opt_float(const fcb *f, int opt);
+double sdf_opt_double(const fcb *f, int opt);
+/* Sets options from text for the process (f null) or a channel. */
+int sdf_set_opts(fcb *f, const char *text);
+/* Frees a channel's option block and stack. */
+void sdf_free_chan_opts(fcb *f);
+/* Whether Thread_Safe was ever set to Yes in this process. */
+int sdf_thread_safe(void);
+/* Takes the option, register and global mutexes down at exit. */
+void sdf_opts_shutdown(void);
+
+/* --------------------------------------------- file access, for tests */
+
+/* Every call the library makes on files and the clock goes through this
+ * table, so tests can inject short writes, a full disk or a failed call.
+ * Each entry has the contract of the POSIX call it stands for. */
+typedef struct sdf_io_ops {
+    int (*open)(const char *path, int flags, mode_t mode);
+    int (*close)(int fd);
+    ssize_t (*pread)(int fd, void *buf, size_t count, off_t offset);
+    ssize_t (*pwrite)(int fd, const void *buf, size_t count, off_t offset);
+    int (*fsync)(int fd);
+    int (*ftruncate)(int fd, off_t length);
+    int (*unlink)(const char *path);
+    time_t (*time)(time_t *t);
+} sdf_io_ops;
+
+extern sdf_io_ops sdf_io;               /* the table in use */
+extern const sdf_io_ops sdf_io_default; /* the real calls */
+
+/* Current time as stored in headers and records: whole seconds * 10^6. */
+int64_t sdf_now_stamp(void);
+
+/* ------------------------------------------------------- block layer */
+
+/* Reads `count` bytes (0: the whole block) at byte `offset` of a block into
+ * buf, converting to native order. Block 0 is the 256-byte header; block 1 is
+ * placed by the header. 3080 on failure. */
+int sdf_read_block(void *buf, fcb *f, int block, int64_t offset, int64_t count);
+/* The opposite; buf stays in native order. 3081 on failure. */
+int sdf_write_block(const void *buf, fcb *f, int block, int64_t offset, int64_t count);
+/* Writes the header with the dirty flag set or cleared and a fresh time. */
+int sdf_write_hdr(fcb *f, int dirty);
+/* The commit: header dirty, every modified block, header clean. */
+int sdf_write_modified_blocks(fcb *f);
+/* Overwrites a block in the file with zeros. */
+int sdf_clean_block(fcb *f, int block);
+/* Finds room for `chunks` chunks; *at_end tells that the block lies at the
+ * end of the file. Returns the block number, or a negative code. */
+int sdf_alloc_block(sdfile *s, int chunks, int *at_end);
+/* Returns a block to the unused chain, merging neighbouring runs. */
+int sdf_free_block(sdfile *s, int block);
+/* Frees every block of a data chain. */
+int sdf_free_chain(sdfile *s, int first);
+/* Stamps a record (when given) and sets or clears a block's modified flag. */
+void sdf_touch(sdfile *s, sdf_varrec *record, int block, int on);
+/* Marks a block modified (and counts it); cheap when it already is. */
+void sdf_mark(sdfile *s, int block);
+/* Cuts unused runs off the end of the file; 1 if it did. */
+int sdf_trim_unused(sdfile *s);
+/* Block table entries. */
+int sdf_new_entry(sdfile *s);
+void sdf_free_entry(sdfile *s, int block, int shrink);
+int sdf_extend_blkinf_chain(sdfile *s, int entries);
+/* Chunks a chain that needs `need` more and holds `total` gets: max(need,
+ * min(total, cap)). */
+int sdf_chain_growth(int need, int total, int cap);
+
+/* Byte order: converts a block's bytes between file and native order in
+ * place, by block type. `entry` gives the slot chains their first free
+ * word; `word0` is the index of buf's first word in the block, so a block
+ * can be converted in pieces. */
+void sdf_swap_header(sdf_hdr *h);
+void sdf_swap_block(void *buf, int type, int64_t bytes, const sdf_blkent *entry, int64_t word0,
+                    int to_native);
+
+/* ---------------------------------------------------- open and close */
+
+/* Creates an empty file (header alone) and a channel record for it.
+ * sex: 0 native, 1 big-endian, 2 little-endian. */
+int sdf_create_file(const char *path, int sex, int case_insensitive, fcb **out);
+/* Opens an existing file: checks the magic, guard and version, loads the
+ * block table, the variables and the dimensions. 3050 to 3054 on refusal. */
+int sdf_load_file(const char *path, int writable, fcb **out);
+/* Commits (when writable and commit is set), trims unused chunks off the
+ * end, truncates, and frees everything. The fcb is gone afterwards. */
+int sdf_close_file(fcb *f, int commit);
+/* Checks of a header as read (native order): guard and version. */
+int sdf_check_header(const sdf_hdr *h, const char *name);
+/* Loads and checks the block table (open time). */
+int sdf_read_blkinf(fcb *f);
+
+/* ------------------------------------------------------------- slots */
+
+/* With n >= 1 allocates a slot for a request of n units of chain_type (4
+ * varnam chars, 5 arrdim i64, 6 chrvar chars, 7 arrdim i32) and fills ref;
+ * with n == 0 gives the payload of ref as it stands (null for block 0).
+ * Returns the payload's address, or null with *err set. */
+void *sdf_get_slot(fcb *f, int chain_type, int n, sdf_slotref *ref, int *err);
+/* Releases a slot (chain_type 4, 5 or 6) and clears ref. */
+int sdf_free_slot(fcb *f, int chain_type, sdf_slotref *ref);
+int sdf_read_slotblock(fcb *f, int block);
+int sdf_alloc_slotblock(sdfile *s, int block);
+int sdf_free_lru_slotblock(sdfile *s);
+/* Drops every chrvar buffer (at close and refresh). */
+void sdf_drop_slotblocks(sdfile *s);
+
+/* ---------------------------------------------------- variable table */
+
+/* Creates the list with room for size rows plus an allowance. */
+vars *sdf_new_vars(int size, int extra);
+void sdf_free_vars(vars *v);
+/* The row of a name, or null; *pos is where it stands or would be inserted. */
+ventry *sdf_find_var(fcb *f, const char *name, int *pos);
+ventry *sdf_insert_var(fcb *f, const char *name, int pos, int *err);
+int sdf_delete_var(fcb *f, ventry *row, int pos);
+int sdf_rename_var(fcb *f, const char *name, int oldpos, int newpos);
+int sdf_clear_val(fcb *f, ventry *row);
+int sdf_extend_varinf_chain(sdfile *s, int records);
+/* Open time: records and names into the list, checked; dimensions loaded and
+ * an older file upgraded in memory. */
+int sdf_read_varinf(fcb *f);
+int sdf_read_arrdim(fcb *f);
+/* At a close with "DOWNGRADE". */
+int sdf_downgrade_arrdim(fcb *f);
+/* Compares two names by the file's case rule. */
+int sdf_name_cmp(const sdfile *s, const char *a, const char *b);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
