@@ -11,13 +11,6 @@ namespace MOSAQ::Portals {
 
 namespace {
 
-void splitFiles(const StringStringMap& data, const char* filesKey, const char* tagsKey,
-                StringList& files, StringList& tagFiles) {
-    files = HelperBase::split(HelperBase::value(data, filesKey), '\n', true);
-    tagFiles = HelperBase::split(HelperBase::value(data, tagsKey), '\n', true);
-    if (tagFiles.size() < files.size()) tagFiles.resize(files.size());
-}
-
 struct ToolWord {
     const char* word;
     int level;
@@ -35,7 +28,7 @@ constexpr ToolWord kToolWords[] = {
 
 bool PortalImpl::processInputs(const StringStringMap& data, void* opaque, String& errors) {
     StringList files, tagFiles;
-    splitFiles(data, "inputFilepaths", "inputTagFilepaths", files, tagFiles);
+    splitFileLists(data, "inputFilepaths", "inputTagFilepaths", files, tagFiles);
     StringList lists[4];
     filterTagFiles(files, tagFiles, lists[0], lists[1], lists[2], lists[3], true);
     StringStringMap copy = data;
@@ -52,7 +45,7 @@ bool PortalImpl::processOutputs(const StringStringMap& data, void* opaque, Strin
     const String destDir = value(data, "destDir");
     const String version = value(data, "version");
     StringList files, tagFiles;
-    splitFiles(data, "outputFilepaths", "outputTagFilepaths", files, tagFiles);
+    splitFileLists(data, "outputFilepaths", "outputTagFilepaths", files, tagFiles);
     StringList lists[4];
     filterTagFiles(files, tagFiles, lists[0], lists[1], lists[2], lists[3], false);
     StringList names;

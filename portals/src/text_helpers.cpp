@@ -268,6 +268,13 @@ String HelperBase::toLower(String text) {
     return text;
 }
 
+void HelperBase::splitFileLists(const StringStringMap& data, const String& filesKey,
+                                const String& tagsKey, StringList& files, StringList& tagFiles) {
+    files = split(value(data, filesKey), '\n', true);
+    tagFiles = split(value(data, tagsKey), '\n', true);
+    if (tagFiles.size() < files.size()) tagFiles.resize(files.size());
+}
+
 String HelperBase::value(const StringStringMap& data, const String& key) {
     auto it = data.find(key);
     return it == data.end() ? String() : it->second;

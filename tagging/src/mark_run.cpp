@@ -14,14 +14,6 @@ namespace MOSAQ::Portals {
 
 namespace {
 
-// A file list and its tag file list, split, trimmed and padded to match.
-void splitPaths(const StringStringMap& data, const char* filesKey, const char* tagsKey,
-                StringList& files, StringList& tagFiles) {
-    files = HelperBase::split(HelperBase::value(data, filesKey), '\n', true);
-    tagFiles = HelperBase::split(HelperBase::value(data, tagsKey), '\n', true);
-    if (tagFiles.size() < files.size()) tagFiles.resize(files.size());
-}
-
 bool preserveStages() {
     const char* v = std::getenv("MQT_PRESERVE_TAGGED_FILE_STAGES");
     return v && *v && HelperBase::isTrue(v);
@@ -148,7 +140,7 @@ bool MarkTagging::tagInputFile(const String& path, const String& tagFile,
 bool MarkTagging::tagInputs(const StringStringMap& data, void*, String& errors) {
     if (!context) return false;
     StringList files, tagFiles;
-    splitPaths(data, "inputFilepaths", "inputTagFilepaths", files, tagFiles);
+    splitFileLists(data, "inputFilepaths", "inputTagFilepaths", files, tagFiles);
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (tagFiles[i].empty()) continue;
         if (!tagInputFile(files[i], tagFiles[i], data, errors)) return false;
@@ -196,7 +188,7 @@ void MarkTagging::reportOutputTag(const TagData& tag, const String& line, int ro
 bool MarkTagging::tagOutputs(const StringStringMap& data, void*, String& errors) {
     if (!context) return false;
     StringList files, tagFiles;
-    splitPaths(data, "outputFilepaths", "outputTagFilepaths", files, tagFiles);
+    splitFileLists(data, "outputFilepaths", "outputTagFilepaths", files, tagFiles);
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (tagFiles[i].empty()) continue;
         const String& path = files[i];

@@ -123,6 +123,10 @@ public:
                           int count = 0);
     static String toUpper(String text);
     static String toLower(String text);
+    // A file list and its parallel tag file list from a data map: split at
+    // newlines, each path trimmed, the tag list padded with empty entries.
+    static void splitFileLists(const StringStringMap& data, const String& filesKey,
+                               const String& tagsKey, StringList& files, StringList& tagFiles);
     // The value of a key of a data map; absent reads as empty.
     static String value(const StringStringMap& data, const String& key);
     // The value of the first property with this name (and this kind, when given).
