@@ -7,6 +7,7 @@ packages=(
   cmake g++ make pkg-config
   libpugixml-dev libutfcpp-dev
   libgtest-dev libgmock-dev
+  clang libclang-rt-14-dev
 )
 
 missing=()

@@ -14,3 +14,9 @@ jobs="$(nproc 2>/dev/null || echo 2)"
 (cd build-san && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
   UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --output-on-failure -j "$jobs")
+
+# The open path of the SDF library under libFuzzer, from a fixed seed.
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DZELTRA_FUZZ=ON -DZELTRA_TESTS=OFF -DZELTRA_BENCH=OFF >/dev/null
+cmake --build build-fuzz -j "$jobs" --target sdf_open_fuzz
+(cd build-fuzz && ctest --output-on-failure)

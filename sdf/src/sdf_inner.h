@@ -14,6 +14,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
 
@@ -172,6 +173,9 @@ typedef struct vars {
     int32_t capacity;
     ventry *rows;  /* unsorted; rows never move */
     int32_t *key;  /* key[p]: row of the variable at sorted position p */
+    void *free_index; /* the free records in list order, kept beside the
+                         on-disk list so a delete finds its place in it
+                         without walking it; private to the variable table */
 } vars;
 
 typedef struct sdf_lru_row {
@@ -219,6 +223,9 @@ typedef struct sdfile {
     int32_t locked;
     int32_t handles;
     int32_t first_channel; /* head of the chain of channels on this file */
+    struct fcb *writer;    /* a writable channel on this file, or null: the
+                              commit forced by evicting a modified chrvar
+                              buffer runs through it */
 } sdfile;
 
 /* Option blocks and stacks: see sdf_options. */
@@ -303,8 +310,53 @@ int sdf_set_opts(fcb *f, const char *text);
 void sdf_free_chan_opts(fcb *f);
 /* Whether Thread_Safe was ever set to Yes in this process. */
 int sdf_thread_safe(void);
-/* Takes the option, register and global mutexes down at exit. */
+/* Takes the option, register and global mutexes down at exit and frees the
+ * process's option blocks and stack. Uses the tracked allocator, so it must
+ * run before the utility library's own clean-up (register it with atexit
+ * after ZU_init(1)). */
 void sdf_opts_shutdown(void);
+/* Option reads and stack moves for a channel (f) or the process (f null).
+ * sdf_get_opt copies the text of option `name` into value (128 bytes, may be
+ * null): 0, or 3060 for an unknown name. sdf_push: mode >= 0 selects level
+ * min(mode, top); -1 a new level of built-in defaults; -2 a copy of the
+ * current options; -3 to -7 the level as last used (a copy when new); -8 and
+ * below a new level above top that pops back to the current one (-9 with
+ * defaults, others a copy). sdf_pop goes back one level (or along the back
+ * link); nothing at depth 0. sdf_opt_depth: the level in use. */
+int sdf_get_opt(const fcb *f, const char *name, char *value);
+int sdf_push(fcb *f, int mode);
+int sdf_pop(fcb *f);
+int sdf_opt_depth(const fcb *f);
+/* Library start of the entry points that set options; 0 or a code. */
+int sdf_lib_start(void);
+
+/* Locks, all inactive until Thread_Safe=Yes. sdf_threads_on turns locking
+ * on for good: creates the global, option and register mutexes and passes
+ * Thread_Safe=Yes to the utility library. The global mutex guards open,
+ * close and the channel table; option and register mutexes are leaves.
+ * sdf_*_lock returns whether it took the mutex; pass that to the unlock. */
+void sdf_threads_on(void);
+void sdf_global_lock(void);
+void sdf_global_unlock(void);
+int sdf_opt_lock(void);
+void sdf_opt_unlock(int taken);
+int sdf_memreg_lock(void);
+void sdf_memreg_unlock(int taken);
+/* Destroys the three mutexes (at exit; the switch stays on). */
+void sdf_threads_shutdown(void);
+/* Cores of Sdf_Mutex_Lock / Sdf_Mutex_Unlock on a channel: hold the file's
+ * reader-writer lock across calls. With locking off both do nothing and
+ * return 0. Mode 1 reads (counts up when already held), any other mode
+ * writes: 3003 when the channel holds only a read lock, 3002 when it isn't
+ * writable. The unlock takes one off the write count (clearing the read
+ * count at 0), else one off the read count; the lock goes at both 0. */
+int sdf_mutex_lock(fcb *f, int mode);
+int sdf_mutex_unlock(fcb *f);
+
+/* Enters p in the register of memory handed to callers, which Sdf_Free
+ * takes back; returns p. Null gives null; when the register can't grow, p is
+ * freed and the result is null, which the caller reports as out of memory. */
+void *sdf_register(void *p);
 
 /* --------------------------------------------- file access, for tests */
 
@@ -320,6 +372,7 @@ typedef struct sdf_io_ops {
     int (*ftruncate)(int fd, off_t length);
     int (*unlink)(const char *path);
     time_t (*time)(time_t *t);
+    int (*fstat)(int fd, struct stat *st);
 } sdf_io_ops;
 
 extern sdf_io_ops sdf_io;               /* the table in use */
@@ -362,6 +415,13 @@ int sdf_extend_blkinf_chain(sdfile *s, int entries);
 /* Chunks a chain that needs `need` more and holds `total` gets: max(need,
  * min(total, cap)). */
 int sdf_chain_growth(int need, int total, int cap);
+/* The table of rows: capacity `size` (128 when below 1), or with an extra
+ * allowance the smallest doubling of 128 that holds size + extra. Null when
+ * out of memory. sdf_grow_blks makes room for `rows` rows (0 or 3001+ code);
+ * sdf_free_blks frees the rows and every buffer the library owns. */
+Blks *sdf_new_blks(int size, int extra);
+int sdf_grow_blks(Blks *b, int rows);
+void sdf_free_blks(Blks *b);
 
 /* Byte order: converts a block's bytes between file and native order in
  * place, by block type. `entry` gives the slot chains their first free
@@ -370,6 +430,17 @@ int sdf_chain_growth(int need, int total, int cap);
 void sdf_swap_header(sdf_hdr *h);
 void sdf_swap_block(void *buf, int type, int64_t bytes, const sdf_blkent *entry, int64_t word0,
                     int to_native);
+/* The walk over the size words and free links of a slot block (types 4 and
+ * 6), carried from one piece to the next: start it from the block's entry,
+ * then hand it the pieces in order. sdf_swap_block uses it for a piece that
+ * starts at word 0. */
+typedef struct sdf_slot_walk {
+    int64_t next_slot; /* word index of the next size word */
+    int64_t next_free; /* word index of the next free slot, -1 when none */
+    int64_t link;      /* word index of a free link still to convert, -1 */
+} sdf_slot_walk;
+void sdf_slot_walk_start(sdf_slot_walk *w, const sdf_blkent *entry);
+void sdf_swap_slots(void *buf, int64_t bytes, int64_t word0, sdf_slot_walk *w, int to_native);
 
 /* ---------------------------------------------------- open and close */
 
@@ -380,7 +451,9 @@ int sdf_create_file(const char *path, int sex, int case_insensitive, fcb **out);
  * block table, the variables and the dimensions. 3050 to 3054 on refusal. */
 int sdf_load_file(const char *path, int writable, fcb **out);
 /* Commits (when writable and commit is set), trims unused chunks off the
- * end, truncates, and frees everything. The fcb is gone afterwards. */
+ * end, truncates, and frees everything; the fcb is gone afterwards. When the
+ * commit fails nothing is freed and its code is returned: the fcb stays
+ * usable, and a close with commit 0 drops it. */
 int sdf_close_file(fcb *f, int commit);
 /* Checks of a header as read (native order): guard and version. */
 int sdf_check_header(const sdf_hdr *h, const char *name);
@@ -391,37 +464,85 @@ int sdf_read_blkinf(fcb *f);
 
 /* With n >= 1 allocates a slot for a request of n units of chain_type (4
  * varnam chars, 5 arrdim i64, 6 chrvar chars, 7 arrdim i32) and fills ref;
- * with n == 0 gives the payload of ref as it stands (null for block 0).
- * Returns the payload's address, or null with *err set. */
+ * with n == 0 gives the payload of ref as it stands (null for block 0; for
+ * chain types 4 and 6 the payload is checked to hold its NUL). A chrvar
+ * payload stays valid until the next operation that loads another chrvar
+ * block. Returns the payload's address, or null with *err set (0 for block
+ * 0): 4001 for a bad chain_type or request, or the "can't happen" state of a
+ * block whose largest free isn't on its list; 3051 for a reference that
+ * doesn't fit its block; 3000 passed up from the block layer. */
 void *sdf_get_slot(fcb *f, int chain_type, int n, sdf_slotref *ref, int *err);
-/* Releases a slot (chain_type 4, 5 or 6) and clears ref. */
+/* Releases a slot (chain_type 4, 5 or 6) and clears ref; the block leaves
+ * its chain when its last slot goes. Block 0 is a no-op. 4001 for another
+ * chain_type or a block that isn't in the chain, 3051 for a reference that
+ * doesn't fit its block or a slot that is already free, 3000 passed up. */
 int sdf_free_slot(fcb *f, int chain_type, sdf_slotref *ref);
+/* Loads a chrvar block into an LRU buffer (evicting, and committing, when
+ * all 64 are taken); 3000 passed up on a failed read or commit. */
 int sdf_read_slotblock(fcb *f, int block);
+/* Gives a chrvar block a buffer and an LRU row; the commit of an evicted
+ * modified block runs through s->writer. 0, 3000 or 4001. */
 int sdf_alloc_slotblock(sdfile *s, int block);
+/* Evicts the least recently used chrvar buffer, committing first when it is
+ * modified; 0 when there was none. 3000 passed up from the commit. */
 int sdf_free_lru_slotblock(sdfile *s);
-/* Drops every chrvar buffer (at close and refresh). */
+/* Drops every chrvar buffer and its row (at close and refresh). Must run
+ * while s->blks still exists, before sdf_free_blks. */
 void sdf_drop_slotblocks(sdfile *s);
 
 /* ---------------------------------------------------- variable table */
 
-/* Creates the list with room for size rows plus an allowance. */
+/* Creates the list with room for size rows plus an allowance (capacity 128
+ * below size 1; with extra the smallest doubling of 128 that holds size +
+ * extra); key[p] = p. Null when out of memory. */
 vars *sdf_new_vars(int size, int extra);
+/* Frees the list (not the blocks its rows point into); null is ignored. */
 void sdf_free_vars(vars *v);
-/* The row of a name, or null; *pos is where it stands or would be inserted. */
+/* The row of a name, or null; *pos is where it stands or would be inserted.
+ * The name is taken as given: the caller has applied the prefix. */
 ventry *sdf_find_var(fcb *f, const char *name, int *pos);
+/* A new variable with an empty record (type 0) at sorted position pos, which
+ * sdf_find_var gave. Null with *err: 3005 for a name that is empty or longer
+ * than 512, 4001 for a bad position or the "can't happen" free record in a
+ * block not in memory, 3051 for a broken free list, 3000 passed up. Row
+ * pointers are valid until the next insert. */
 ventry *sdf_insert_var(fcb *f, const char *name, int pos, int *err);
+/* Frees everything the variable holds and its record, and takes it off the
+ * key; a varinf block that empties goes back to the unused chain. 4001 when
+ * row and pos disagree; a failure to free a part is passed up (3000) after
+ * the rest of the delete went through. */
 int sdf_delete_var(fcb *f, ventry *row, int pos);
+/* Gives the variable at oldpos a new name and moves it in the key; newpos
+ * is where sdf_find_var placed the new name. 4001 for bad positions, 3005
+ * for a bad name length, 3000 passed up. */
 int sdf_rename_var(fcb *f, const char *name, int oldpos, int newpos);
+/* Frees the value (dimensions and data chain, or the character slot, or the
+ * scalar bytes) and clears type and elen; stamps. 0 or 3000 passed up. */
 int sdf_clear_val(fcb *f, ventry *row);
+/* Adds a varinf block with room for at least `records` records and puts
+ * them on the free list. 0, 4001 out of memory, 3000 passed up. */
 int sdf_extend_varinf_chain(sdfile *s, int records);
-/* Open time: records and names into the list, checked; dimensions loaded and
- * an older file upgraded in memory. */
+/* Open time: loads the varnam and varinf chains into buffers of their own,
+ * checks each record (3051 "is corrupt: ..."), builds s->vars (replacing any
+ * list there) sorted by name, and indexes the free records. */
 int sdf_read_varinf(fcb *f);
+/* Open time, after sdf_read_varinf: loads the arrdim chain, checks every
+ * array's dimension slot (3051), and upgrades a file below version 3 in
+ * memory (warning code 1 in the error set). */
 int sdf_read_arrdim(fcb *f);
-/* At a close with "DOWNGRADE". */
+/* At a close with "DOWNGRADE": dimensions to i32 slots and version 1.0;
+ * 3024 (nothing changed) when an extent doesn't fit 32 bits. */
 int sdf_downgrade_arrdim(fcb *f);
-/* Compares two names by the file's case rule. */
+/* Compares two names by the file's case rule (ASCII upper case when
+ * case-insensitive); <0, 0, >0. */
 int sdf_name_cmp(const sdfile *s, const char *a, const char *b);
+/* Rebuilds the in-memory index of the free records from the on-disk list
+ * (open time); 3051 when the list is broken, out of order or names a record
+ * in use. */
+int sdf_index_free_records(fcb *f);
+/* Reports 3051 "File "<name>" is corrupt: <text>" with a printf-style text
+ * and returns 3051. */
+int sdf_corrupt(const char *routine, const sdfile *s, const char *fmt, ...);
 
 #ifdef __cplusplus
 }
