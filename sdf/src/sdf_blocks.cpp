@@ -447,3 +447,45 @@ int sdf_trim_unused(sdfile* s) {
 }
 
 }  // extern "C"
+
+extern "C" int sdf_chain_prev(sdfile* s, int chain, int b) {
+    const sdf_chain_desc& d = s->hdr->chain[chain - 1];
+    const int count = s->blks ? s->blks->count : 0;
+    int prev = 0;
+    for (int c = d.head, steps = 0; c > 0 && c < count && s->blks->rows[c].entry && steps < count;
+         steps++) {
+        if (c == b) return prev;
+        if (c == d.tail) break;
+        prev = c;
+        c = s->blks->rows[c].entry->next;
+    }
+    return -1;
+}
+
+extern "C" int sdf_chain_release(sdfile* s, int chain, int b, int prev, const char* routine) {
+    sdf_chain_desc& d = s->hdr->chain[chain - 1];
+    Blentry* rows = s->blks->rows;
+    sdf_blkent* e = rows[b].entry;
+    const int next = (e->next > 0 && e->next < s->blks->count && rows[e->next].entry) ? e->next : 0;
+    d.chunks -= e->chunks;
+    if (prev) {
+        rows[prev].entry->next = next;
+        sdf_mark(s, rows[prev].owner);
+    } else {
+        d.head = next;
+    }
+    if (next) {
+        rows[next].entry->prev = prev;
+        sdf_mark(s, rows[next].owner);
+    } else {
+        d.tail = prev;
+    }
+    Blentry& row = rows[b];
+    if (row.flags & SDF_BLK_OWNED) ZU_freeMem(row.data);
+    row.data = nullptr;
+    row.flags &= ~SDF_BLK_OWNED;
+    sdf_touch(s, nullptr, b, 0);
+    sdf_mark(s, row.owner);
+    const int rc = sdf_free_block(s, b);
+    return rc ? sdf_error_chain(routine, rc, "sdf_free_block") : 0;
+}

@@ -90,6 +90,26 @@ fcb* new_fcb(const char* path, const char* routine) {
     return f;
 }
 
+// A new header for an empty file of this byte order (0 native, 1 big, 2
+// little) and case rule; the channel is the file's writer.
+void new_header(fcb* f, int sex, int case_insensitive) {
+    sdfile* s = f->file;
+    const int native = ZU_byteOrder();
+    const int order = (sex == 1 || sex == 2) ? sex : native;
+    sdf_hdr* h = s->hdr;
+    snprintf(h->magic, sizeof h->magic, "%s:%c%c", kMagic, order == 2 ? 'L' : 'B', case_insensitive ? 'I' : 'S');
+    h->major = SDF_MAJOR;
+    h->minor = SDF_MINOR;
+    h->chunk_size = SDF_CHUNK;
+    h->file_chunks = 1;
+    s->swap = order != native;
+    s->case_insensitive = case_insensitive ? 1 : 0;
+    s->writable = 1;
+    s->first_channel = -1;
+    f->writable = 1;
+    s->writer = f;
+}
+
 // Reads up to n bytes at offset 0; the count read, or -1.
 ssize_t read_start(int fd, void* buf, size_t n) {
     size_t done = 0;
@@ -140,19 +160,7 @@ int sdf_create_file(const char* path, int sex, int case_insensitive, fcb** out) 
         free_fcb(f);
         return rc;
     }
-    const int native = ZU_byteOrder();
-    const int order = (sex == 1 || sex == 2) ? sex : native;
-    sdf_hdr* h = s->hdr;
-    snprintf(h->magic, sizeof h->magic, "%s:%c%c", kMagic, order == 2 ? 'L' : 'B', case_insensitive ? 'I' : 'S');
-    h->major = SDF_MAJOR;
-    h->minor = SDF_MINOR;
-    h->chunk_size = SDF_CHUNK;
-    h->file_chunks = 1;
-    s->swap = order != native;
-    s->case_insensitive = case_insensitive ? 1 : 0;
-    s->writable = 1;
-    f->writable = 1;
-    s->writer = f;
+    new_header(f, sex, case_insensitive);
     int rc = sdf_write_hdr(f, 0);
     if (rc) {
         rc = sdf_error_chain(R, rc, "sdf_write_hdr");
@@ -163,9 +171,37 @@ int sdf_create_file(const char* path, int sex, int case_insensitive, fcb** out) 
     return 0;
 }
 
-int sdf_load_file(const char* path, int writable, fcb** out) {
+int sdf_create_internal(const char* name, int case_insensitive, fcb** out) {
+    static const char* R = "sdf_create_internal";
+    *out = nullptr;
+    fcb* f = new_fcb(name, R);
+    if (!f) return sdf_error(R, 3025, "sdf_create_internal:fcb");
+    // Memory only: no handle, and the path is the name as given.
+    ZU_lockDestroy(f->ios->mutex);
+    ZU_freeMem(f->ios);
+    f->ios = nullptr;
+    sdfile* s = f->file;
+    ZU_freeMem(s->path);
+    s->path = copy_text(name, "sdf_new_file:path");
+    s->blks = sdf_new_blks(128, 0);
+    s->vars = sdf_new_vars(128, 0);
+    if (!s->path || !s->blks || !s->vars) {
+        free_fcb(f);
+        return sdf_error(R, 3025, "sdf_create_internal:tables");
+    }
+    s->internal = 1;
+    new_header(f, 0, case_insensitive);
+    sdf_write_hdr(f, 0);  // stamps the header; nothing to write
+    *out = f;
+    return 0;
+}
+
+int sdf_load_file(const char* path, int writable, fcb** out) { return sdf_load_file_refusal(path, writable, out, nullptr); }
+
+int sdf_load_file_refusal(const char* path, int writable, fcb** out, int* refusal) {
     static const char* R = "sdf_load_file";
     *out = nullptr;
+    if (refusal) *refusal = 0;
     fcb* f = new_fcb(path, R);
     if (!f) return sdf_error(R, 3025, "sdf_load_file:fcb");
     sdfile* s = f->file;
@@ -193,6 +229,7 @@ int sdf_load_file(const char* path, int writable, fcb** out) {
     s->writable = writable ? 1 : 0;
     f->writable = s->writable;
     s->writer = writable ? f : nullptr;
+    s->first_channel = -1;
     const char* step = "sdf_read_block";
     rc = sdf_read_block(s->hdr, f, 0, 0, SDF_HDR_BYTES);
     if (!rc) rc = sdf_check_header(s->hdr, s->name), step = "sdf_check_header";
@@ -200,6 +237,7 @@ int sdf_load_file(const char* path, int writable, fcb** out) {
     if (!rc) rc = sdf_read_varinf(f), step = "sdf_read_varinf";
     if (!rc) rc = sdf_read_arrdim(f), step = "sdf_read_arrdim";
     if (rc >= 3000) {
+        if (refusal && rc >= 3050 && rc <= 3054) *refusal = rc;
         rc = sdf_error_chain(R, rc, step);
         free_fcb(f);
         return rc;

@@ -373,6 +373,10 @@ typedef struct sdf_io_ops {
     int (*unlink)(const char *path);
     time_t (*time)(time_t *t);
     int (*fstat)(int fd, struct stat *st);
+    /* Lock files: the process test, the clocks and the waits. */
+    int (*kill)(pid_t pid, int sig);
+    int (*clock_gettime)(clockid_t clock, struct timespec *ts);
+    int (*nanosleep)(const struct timespec *req, struct timespec *rem);
 } sdf_io_ops;
 
 extern sdf_io_ops sdf_io;               /* the table in use */
@@ -423,6 +427,15 @@ Blks *sdf_new_blks(int size, int extra);
 int sdf_grow_blks(Blks *b, int rows);
 void sdf_free_blks(Blks *b);
 
+/* Block b of a chain and the block before it in chain order (0 at the
+ * head); -1 when b isn't in the chain. */
+int sdf_chain_prev(sdfile *s, int chain, int b);
+/* Takes block b, whose predecessor is prev, out of its chain and off the
+ * chain's total, drops a buffer the library owns, and hands the block to
+ * sdf_free_block. A chrvar buffer held by the LRU table is released by the
+ * caller first. 0, or the family code passed up for `routine`. */
+int sdf_chain_release(sdfile *s, int chain, int b, int prev, const char *routine);
+
 /* Byte order: converts a block's bytes between file and native order in
  * place, by block type. `entry` gives the slot chains their first free
  * word; `word0` is the index of buf's first word in the block, so a block
@@ -450,6 +463,9 @@ int sdf_create_file(const char *path, int sex, int case_insensitive, fcb **out);
 /* Opens an existing file: checks the magic, guard and version, loads the
  * block table, the variables and the dimensions. 3050 to 3054 on refusal. */
 int sdf_load_file(const char *path, int writable, fcb **out);
+/* The same, and *refusal (may be null) gets the code 3050 to 3054 behind a
+ * refusal that the result passes up as 3000, else 0: Sdf_Open returns it. */
+int sdf_load_file_refusal(const char *path, int writable, fcb **out, int *refusal);
 /* Commits (when writable and commit is set), trims unused chunks off the
  * end, truncates, and frees everything; the fcb is gone afterwards. When the
  * commit fails nothing is freed and its code is returned: the fcb stays
@@ -459,6 +475,150 @@ int sdf_close_file(fcb *f, int commit);
 int sdf_check_header(const sdf_hdr *h, const char *name);
 /* Loads and checks the block table (open time). */
 int sdf_read_blkinf(fcb *f);
+
+/* ------------------------------------------------------------ channels */
+
+/* The channel table (chlist): 256 rows at first, growing by 256. Channel 0
+ * belongs to internal files; file channels come from 1 up; a number is free
+ * again as soon as its channel closes. All of these run under the global
+ * mutex (the caller holds it). sdf_chan_init creates the table (0 or 3025);
+ * sdf_chan_shutdown frees it, channels must be closed by then. */
+int sdf_chan_init(void);
+void sdf_chan_shutdown(void);
+/* Rows in the table (0 before the start). */
+int sdf_chan_capacity(void);
+/* The channel's record, or null when it isn't open. */
+fcb *sdf_chan_get(int channel);
+/* Stores f at the lowest free number from `from` up (growing the table) and
+ * sets f->number; the number, or -1 when none can be had (3038 is the
+ * caller's to report). */
+int sdf_chan_take(fcb *f, int from);
+/* Empties a row; the record is the caller's. */
+void sdf_chan_release(int channel);
+/* The first channel of an open file that isn't internal, by absolute path or
+ * by lock FID plus last path component; of an internal file by name. */
+fcb *sdf_chan_find_path(const char *path);
+fcb *sdf_chan_find_fid(int64_t fid, const char *path);
+fcb *sdf_chan_find_internal(const char *name);
+/* Chain of the channels on one file (sdfile.first_channel, fcb.prev/next). */
+void sdf_chain_append(sdfile *s, fcb *f);
+void sdf_chain_remove(sdfile *s, fcb *f);
+/* A record for another channel on an open file: options empty, prefix on,
+ * no handle yet. Null when out of memory. */
+fcb *sdf_chan_new_fcb(sdfile *s, const char *routine);
+/* Frees a record that shares its file: its options and itself; drops its
+ * handle (closed with the last reference). */
+void sdf_chan_free_fcb(fcb *f);
+/* A handle of its own on path: "rb" (write 0) or "r+b". 3040 on failure. */
+int sdf_ios_open(const char *path, int write, const char *routine, sdfios **out);
+void sdf_ios_drop(sdfios *io);
+/* Lookups of public operations: 3001 for a channel not open, 3002 for a
+ * changing one on a read-only channel, 3051 for a file whose tables were
+ * lost by a failed refresh. The begin forms also take the file's
+ * reader-writer lock (when Thread_Safe is on and the channel's counts don't
+ * hold it already); *taken goes to the matching end. */
+int sdf_chan_lookup(int channel, int writing, const char *routine, fcb **out);
+int sdf_chan_read_begin(int channel, const char *routine, fcb **out, int *taken);
+void sdf_chan_read_end(fcb *f, int taken);
+int sdf_chan_write_begin(int channel, const char *routine, fcb **out, int *taken);
+void sdf_chan_write_end(fcb *f, int taken);
+/* Brings the tables up to date with the file when its header's time moved;
+ * 0 when nothing changed. After a failed load the file has no tables. */
+int sdf_refresh_fcb(fcb *f);
+/* An internal file (memory only, no handle) with a new header and empty
+ * tables; name and path are `name`. 3025 when out of memory. */
+int sdf_create_internal(const char *name, int case_insensitive, fcb **out);
+/* The core of Sdf_Close on a channel that the caller looked up; the caller
+ * holds the global mutex and the file's write lock (when locking is on).
+ * 0 or above: the file object is still there and this is the code; below 0:
+ * it is gone, -1 is success and any other value is minus the code. */
+int sdf_close_chan(fcb *f, const char *status);
+
+/* -------------------------------------------------------- lock files */
+
+/* What a lock file says (line 1 and line 2). pid 0: no lock. */
+typedef struct sdf_lockinfo {
+    int64_t pid;       /* the library's process stamp, not the OS pid */
+    int64_t fid;
+    int32_t write;
+    int32_t sys_pid;   /* from line 2, -1 when absent */
+    char host[257];
+    char line2[257];   /* without its line feed, for messages */
+} sdf_lockinfo;
+
+/* Takes the process identity (stamp, OS pid, host, user, program); run once
+ * by the library start. Every reader of the identity also retakes it when
+ * the OS pid changed, so a child made by fork() is a process of its own. */
+void sdf_lock_identity_init(void);
+/* This process's stamp (PID of lock files). */
+int64_t sdf_lock_self_pid(void);
+/* This process's host name ("unknown" when it can't be had) and line 2 of
+ * the lock files it writes, without the line feed. */
+const char *sdf_lock_host(void);
+const char *sdf_lock_line2(void);
+/* The creator text " by PROGRAM (PID n) on HOST. User: USER" into out
+ * (size bytes), with program, host and user cut so that the text stays
+ * within 210 characters less the "(PID n)" text. */
+void sdf_lock_creator_text(char *out, size_t size, const char *program, int sys_pid,
+                           const char *host, const char *user);
+/* The time in microseconds since 1970 (the clock of PID and FID). */
+int64_t sdf_lock_now_us(void);
+/* Whether an OS process id names a running process: ids <= 0 never do; a
+ * live process of another user does. */
+int sdf_process_running(int sys_pid);
+
+/* Takes the second-level lock lock2 (P".lock.lock"), breaking one that is
+ * stale. 0 held; 3045 not had within 5 seconds; 3042 no file can be created
+ * there. Reports nothing: the caller words the failure. */
+int sdf_get_lockfile_lock(const char *lock2);
+/* Creates lock file `lock` exclusively with the four lines; a *fid of 0 is
+ * replaced by the current time. 0; 3042 when the directory is missing or
+ * refuses; 3000 for any other failure (an existing file among them), errno
+ * kept. Reports nothing. */
+int sdf_write_lockfile(const char *lock, int64_t *fid, int write);
+/* Reads lines 1 and 2 of lock file `lock` into info (sys_pid -1 and host
+ * empty when line 2 has no "(PID"). 0 parsed; 1 present but not parsable;
+ * -1 missing; 3040 could not be opened or read (reported when `report`). */
+int sdf_read_lockfile(const char *lock, sdf_lockinfo *info, int report);
+
+/* The open-time lock step for an SDF file at absolute path: waits 10 ms,
+ * takes the second-level lock, judges P".lock" and writes one where due.
+ * A reader with option No_Read_Lock "Yes" returns 0 at once, nothing held.
+ * On success the second-level lock is held when *held is set (a reader in a
+ * directory it can't write gets no lock and nothing held); release it with
+ * sdf_lock_release_second after the reconciliation. On failure nothing is
+ * held and nothing written. `info` gets the lock that stands (pid 0 for
+ * none; line2 for the 3037 message), `*wrote` whether this call wrote it.
+ * is_new: the file is being created (NEW/FRESH). Codes 0, 2002 (a stray lock
+ * beside a missing file could not be removed; the step went on), 3000 (an
+ * unopenable lock, 3040 reported below), 3041, 3043, 3044, 3045, 3046. */
+int sdf_lock_open(const char *path, int is_new, int write_intent, sdf_lockinfo *info,
+                  int *wrote, int *held);
+/* Reconciles an sdfile already open in this process with the lock found at
+ * open (the table of cases), with the second-level lock held. When it
+ * rewrites the lock as this process's, info is updated to say so. Codes 0,
+ * 3046, 4001. */
+int sdf_lock_reconcile(sdfile *s, sdf_lockinfo *info, int write_intent, int wrote,
+                       const char *path);
+/* Deletes P".lock.lock"; 2002 on failure (one already gone is no failure). */
+int sdf_lock_release_second(const char *path);
+/* Removes a lock file this open wrote, after a failed open (takes and
+ * releases the second-level lock itself; leaves a lock of another process). */
+void sdf_lock_undo(const char *path);
+/* Close, before the decision: reads P".lock" under the second-level lock.
+ * *exists: there is a lock file; *ours: it names this process. Codes 0,
+ * 3045 ("after 5 seconds."). In a directory where no second-level lock can
+ * be made the lock file is read without it. */
+int sdf_lock_peek(const char *path, int *exists, int *ours);
+/* At close of the last channel: reads the lock under the second-level lock;
+ * deletes it when it is this process's (2002 on failure); warning 2001 when
+ * it isn't (or is gone) and the closing channel was writable. 0, 2001, 2002,
+ * 3045. */
+int sdf_lock_close(sdfile *s, const char *path, int was_writable);
+/* When the last writer closes and readers stay: rewrites this process's
+ * lock with the same FID and WRITE=0 under the second-level lock, and notes
+ * it in s; a lock of another process is left alone. 0, 3044, 3045, 3000. */
+int sdf_lock_downgrade(sdfile *s, const char *path);
 
 /* ------------------------------------------------------------- slots */
 

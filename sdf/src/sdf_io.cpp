@@ -9,6 +9,8 @@
 // the system in one request.
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <time.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,12 +68,19 @@ time_t io_time(time_t* t) { return ::time(t); }
 
 int io_fstat(int fd, struct stat* st) { return ::fstat(fd, st); }
 
+int io_kill(pid_t pid, int sig) { return ::kill(pid, sig); }
+
+int io_clock_gettime(clockid_t clock, struct timespec* ts) { return ::clock_gettime(clock, ts); }
+
+int io_nanosleep(const struct timespec* req, struct timespec* rem) { return ::nanosleep(req, rem); }
+
 }  // namespace
 
 extern "C" {
 
 const sdf_io_ops sdf_io_default = {io_open,      io_close,  io_pread, io_pwrite, io_fsync,
-                                   io_ftruncate, io_unlink, io_time,  io_fstat};
+                                   io_ftruncate, io_unlink, io_time,  io_fstat,  io_kill,
+                                   io_clock_gettime, io_nanosleep};
 
 sdf_io_ops sdf_io = sdf_io_default;
 

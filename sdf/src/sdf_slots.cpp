@@ -382,50 +382,11 @@ void* slot_payload(fcb* f, int chain_type, sdf_slotref* ref, int* err) {
     return s->blks->rows[b].data ? static_cast<int32_t*>(s->blks->rows[b].data) + i + 1 : nullptr;
 }
 
-// Block b of the chain and the block before it in chain order (0 at the
-// head); -1 when b isn't in the chain.
-int chain_prev(sdfile* s, int chain, int b) {
-    sdf_chain_desc& d = desc(s, chain);
-    int prev = 0;
-    for (int c = d.head, steps = 0; c && in_table(s, c) && steps < s->blks->count; steps++) {
-        if (c == b) return prev;
-        if (c == d.tail) break;
-        prev = c;
-        c = ent(s, c)->next;
-    }
-    return -1;
-}
-
 // The block has no slot left: out of the chain and back to the unused runs.
 int release_block(sdfile* s, int chain, int b, int prev) {
-    sdf_chain_desc& d = desc(s, chain);
-    sdf_blkent* e = ent(s, b);
-    int next = in_table(s, e->next) ? e->next : 0;
-    d.chunks -= e->chunks;
-    if (prev) {
-        ent(s, prev)->next = next;
-        mark_owner(s, prev);
-    } else {
-        d.head = next;
-    }
-    if (next) {
-        ent(s, next)->prev = prev;
-        mark_owner(s, next);
-    } else {
-        d.tail = prev;
-    }
     Blentry& row = s->blks->rows[b];
-    if (row.slot_row) {
-        lru_release(s, row.slot_row);
-    } else {
-        if (row.flags & SDF_BLK_OWNED) ZU_freeMem(row.data);
-        row.data = nullptr;
-        row.flags &= ~SDF_BLK_OWNED;
-    }
-    sdf_touch(s, nullptr, b, 0);
-    mark_owner(s, b);
-    int rc = sdf_free_block(s, b);
-    return rc ? sdf_error_chain("sdf_free_slot", rc, "sdf_free_block") : 0;
+    if (row.slot_row) lru_release(s, row.slot_row);
+    return sdf_chain_release(s, chain, b, prev, "sdf_free_slot");
 }
 
 // Puts slot idx of `size` words on the free list of block b, merging it
@@ -505,7 +466,7 @@ int sdf_free_slot(fcb* f, int chain_type, sdf_slotref* ref) {
     if (!f || !f->file || !f->file->blks) return sdf_error(R, 4001, "Invalid slot request.");
     sdfile* s = f->file;
     int b = ref->block;
-    int prev = chain_prev(s, chain_type, b);
+    int prev = sdf_chain_prev(s, chain_type, b);
     if (prev < 0) return bug(R, "sdf_free_slot: block %d is not in chain.\n", b);
     int rc = ensure_loaded(f, chain_type, b, R);
     if (rc) return rc;

@@ -153,20 +153,6 @@ int take_record(sdfile* s, int* block, int* index) {
     return 0;
 }
 
-// Block b of the varinf chain and the block before it (0 at the head); -1
-// when it isn't in the chain.
-int chain_prev(sdfile* s, int b) {
-    sdf_chain_desc& d = varinf(s);
-    int prev = 0;
-    for (int c = d.head, steps = 0; c && in_table(s, c) && steps < s->blks->count; steps++) {
-        if (c == b) return prev;
-        if (c == d.tail) break;
-        prev = c;
-        c = ent(s, c)->next;
-    }
-    return -1;
-}
-
 // Varinf block b holds no variable any more: its records, a run of the free
 // list, leave the list, and the block leaves the chain.
 int release_varinf(sdfile* s, int b) {
@@ -179,37 +165,15 @@ int release_varinf(sdfile* s, int b) {
     auto first = fs->lower_bound(lo), last = fs->upper_bound(hi);
     if (std::distance(first, last) != n)
         return bug(R, "Used count of varinf block %d disagrees with its free records.", b);
-    int prev = chain_prev(s, b);
+    int prev = sdf_chain_prev(s, SDF_CH_VARINF, b);
     if (prev < 0) return bug(R, "Varinf block %d is not in chain.", b);
     fs->erase(first, last);
     int64_t pred, succ;
     neighbours(*fs, lo, hi, &pred, &succ);
     if (pred) set_next(s, pred, succ); else set_head(s, succ);
     if (succ) set_prev(s, succ, pred);
-    sdf_chain_desc& d = varinf(s);
-    d.free_count -= n;
-    d.chunks -= e->chunks;
-    int next = in_table(s, e->next) ? e->next : 0;
-    if (prev) {
-        ent(s, prev)->next = next;
-        mark_owner(s, prev);
-    } else {
-        d.head = next;
-    }
-    if (next) {
-        ent(s, next)->prev = prev;
-        mark_owner(s, next);
-    } else {
-        d.tail = prev;
-    }
-    Blentry& row = s->blks->rows[b];
-    if (row.flags & SDF_BLK_OWNED) ZU_freeMem(row.data);
-    row.data = nullptr;
-    row.flags &= ~SDF_BLK_OWNED;
-    sdf_touch(s, nullptr, b, 0);
-    mark_owner(s, b);
-    int rc = sdf_free_block(s, b);
-    return rc ? sdf_error_chain(R, rc, "sdf_free_block") : 0;
+    varinf(s).free_count -= n;
+    return sdf_chain_release(s, SDF_CH_VARINF, b, prev, R);
 }
 
 // Puts record (b, i) on the free list at its place.

@@ -1,0 +1,103 @@
+// The library's one-time start (sdf_init) and its end at process exit.
+//
+// The start runs once per process, on the first Sdf_Open or Sdf_Set_Opts:
+// the channel table, the options taken from the environment, the identity
+// of the process for lock files, the utility library (which loads the unit
+// tables), and an exit handler. The handler is registered after the utility
+// library's own clean-ups, so it runs before them: it closes every channel
+// ("DELETE" for scratch files, "KEEP" for the rest) while the allocator still
+// stands, then takes the options and the locks down.
+//
+// A child made by fork is another process: it takes an identity of its own
+// at its next call into the library, and forgets the channels it inherited
+// without closing them, since those belong to the parent; closing one would
+// commit into the parent's file or delete the parent's lock.
+#include <ctype.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+#include "sdf_inner.h"
+
+namespace {
+
+std::once_flag g_once;
+int g_start_rc = 0;
+std::atomic<int> g_forked{0};
+pid_t g_owner = 0;  // the process whose channels the table holds
+
+void note_fork() { g_forked.store(1, std::memory_order_relaxed); }
+
+bool whole_number(const char* text) {
+    if (!text) return false;
+    const char* p = text;
+    if (*p == '-' || *p == '+') p++;
+    if (!*p) return false;
+    for (; *p; p++)
+        if (!isdigit(static_cast<unsigned char>(*p))) return false;
+    return true;
+}
+
+void read_environment() {
+    const char* hrs = getenv("SDF_LOCK_LIFE_HRS");
+    if (whole_number(hrs)) sdf_set_opts(nullptr, ("Lock_Life_Hrs=" + std::string(hrs)).c_str());
+    if (getenv("SDF_NO_READ_LOCK")) sdf_set_opts(nullptr, "No_Read_Lock=Yes");
+}
+
+// In a forked child: drop the parent's channels from the table and close the
+// child's copies of their handles. Their memory stays with the allocator,
+// which frees it at exit.
+void forget_inherited() {
+    if (!g_forked.exchange(0) || getpid() == g_owner) return;
+    sdf_global_lock();
+    for (int c = 0; c < sdf_chan_capacity(); c++) {
+        fcb* f = sdf_chan_get(c);
+        if (!f) continue;
+        if (f->ios && f->ios->fd >= 0) {
+            sdf_io.close(f->ios->fd);
+            f->ios->fd = -1;
+        }
+        sdf_chan_release(c);
+    }
+    g_owner = getpid();
+    sdf_lock_identity_init();
+    sdf_global_unlock();
+}
+
+void exit_handler() {
+    forget_inherited();
+    for (int c = 0; c < sdf_chan_capacity(); c++) {
+        fcb* f = sdf_chan_get(c);
+        if (!f) continue;
+        if (Sdf_Close(c, f->file->scratch ? "DELETE" : "KEEP") >= 3000 && sdf_chan_get(c) == f) {
+            // The commit failed: the file stays as the last commit left it.
+            sdf_chain_remove(f->file, f);
+            sdf_chan_release(c);
+        }
+    }
+    sdf_chan_shutdown();
+    sdf_opts_shutdown();
+}
+
+int sdf_init() {
+    if (int rc = sdf_chan_init()) return rc;
+    read_environment();
+    sdf_lock_identity_init();
+    g_owner = getpid();
+    ZU_init(1);
+    pthread_atfork(nullptr, nullptr, note_fork);
+    atexit(exit_handler);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" int sdf_lib_start(void) {
+    std::call_once(g_once, [] { g_start_rc = sdf_init(); });
+    if (g_forked.load(std::memory_order_relaxed)) forget_inherited();
+    return g_start_rc;
+}

@@ -1,0 +1,666 @@
+// Lock files beside SDF files: the format, parsing of what others wrote,
+// the judgement at open (garbage, stray, stale, dead, standing locks), the
+// second-level lock, reconciliation with a file open in this process, the
+// close-time routines, and the public query and removal.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "sdf_test_files.h"
+
+namespace {
+
+using sdftest::readBytes;
+
+std::string slurp(const std::string& p) {
+    auto b = readBytes(p);
+    return std::string(b.begin(), b.end());
+}
+
+void put(const std::string& p, const std::string& text) {
+    FILE* f = fopen(p.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    fwrite(text.data(), 1, text.size(), f);
+    fclose(f);
+}
+
+bool present(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
+
+constexpr int64_t kHourUs = INT64_C(3600000000);
+
+// A lock file as another process would write it.
+std::string lockText(int64_t pid, int64_t fid, int write, const std::string& host, int sys_pid,
+                     const char* eol = "\n") {
+    char line1[128];
+    snprintf(line1, sizeof line1, "PID=%.20lld,FID=%.20lld,WRITE=%d", static_cast<long long>(pid),
+             static_cast<long long>(fid), write);
+    return std::string(line1) + eol + "Created 01-Jan-2024 10:00:00 by other (PID " +
+           std::to_string(sys_pid) + ") on " + host + ". User: someone" + eol +
+           "This file is used for identification by the SDF system." + eol +
+           "It can be deleted if the process that created it has finished." + eol;
+}
+
+// The OS pid of a process that has finished (reaped, so not running).
+int deadPid() {
+    pid_t child = fork();
+    if (child == 0) _exit(0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return child;
+}
+
+class SdfLock : public sdftest::FileTest {
+protected:
+    void SetUp() override {
+        FileTest::SetUp();
+        depth_ = Sdf_Opt_Depth();
+        ASSERT_EQ(Sdf_Push(-2), 0);  // option changes are taken back at the end
+        file_ = path("data.sdf");
+        lock_ = file_ + ".lock";
+        lock2_ = file_ + ".lock.lock";
+        put(file_, "%SDF_BIN");
+    }
+    void TearDown() override {
+        while (Sdf_Opt_Depth() > depth_) Sdf_Pop();
+        chmod(dir_.c_str(), 0700);
+        FileTest::TearDown();
+    }
+    void opts(const char* text) { ASSERT_EQ(Sdf_Set_Opts(text), 0); }
+    int64_t self() const { return sdf_lock_self_pid(); }
+    std::string host() const { return sdf_lock_host(); }
+
+    int depth_ = 0;
+    std::string file_, lock_, lock2_;
+};
+
+TEST_F(SdfLock, WritesFourLinesWithZeroFilledNumbers) {
+    int64_t fid = 0;
+    int64_t before = sdf_lock_now_us();
+    ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 0);
+    EXPECT_GE(fid, before);
+    EXPECT_LE(fid, sdf_lock_now_us());
+
+    char line1[128];
+    snprintf(line1, sizeof line1, "PID=%020lld,FID=%020lld,WRITE=1\n", static_cast<long long>(self()),
+             static_cast<long long>(fid));
+    std::string text = slurp(lock_);
+    std::string line2 = std::string(sdf_lock_line2()) + "\n";
+    EXPECT_EQ(text, line1 + line2 +
+                        "This file is used for identification by the SDF system.\n"
+                        "It can be deleted if the process that created it has finished.\n");
+    // "Created dd-Mon-yyyy hh:mm:ss by PROGRAM (PID n) on HOST. User: USER"
+    ASSERT_GT(line2.size(), 28u);
+    EXPECT_EQ(line2.substr(0, 8), "Created ");
+    const std::string date = line2.substr(8, 20);
+    for (size_t i : {0, 1, 7, 8, 9, 10, 12, 13, 15, 16, 18, 19})
+        EXPECT_TRUE(isdigit(static_cast<unsigned char>(date[i]))) << date;
+    EXPECT_TRUE(date[2] == '-' && date[6] == '-' && date[11] == ' ' && date[14] == ':' && date[17] == ':')
+        << date;
+    EXPECT_EQ(line2.substr(28, 4), " by ");
+    const std::string tail = " (PID " + std::to_string(getpid()) + ") on " + host() + ". User: ";
+    EXPECT_NE(line2.find(tail), std::string::npos) << line2;
+    EXPECT_EQ(line2.back(), '\n');
+
+    int64_t given = 42;
+    ASSERT_EQ(sdf_write_lockfile(lock2_.c_str(), &given, 0), 0);
+    EXPECT_EQ(given, 42);
+    EXPECT_EQ(slurp(lock2_).substr(0, 58),
+              "PID=" + std::string(line1).substr(4, 20) + ",FID=00000000000000000042,WRITE=0\n");
+}
+
+TEST_F(SdfLock, CreateIsExclusiveAndMapsRefusals) {
+    int64_t fid = 0;
+    ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 0);
+    std::string first = slurp(lock_);
+    int64_t again = 0;
+    EXPECT_EQ(sdf_write_lockfile(lock_.c_str(), &again, 0), 3000);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(slurp(lock_), first);
+    int64_t none = 0;
+    EXPECT_EQ(sdf_write_lockfile(path("missing/x.lock").c_str(), &none, 1), 3042);
+}
+
+TEST_F(SdfLock, FailedWriteLeavesNoPartialLock) {
+    sdf_io.pwrite = [](int, const void*, size_t, off_t) -> ssize_t {
+        errno = ENOSPC;
+        return -1;
+    };
+    int64_t fid = 0;
+    EXPECT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 3000);
+    EXPECT_FALSE(present(lock_));
+}
+
+TEST(SdfLockIdentity, CreatorTextSharesTheBudget) {
+    const std::string p10(10, 'p'), h300(300, 'h'), u300(300, 'u'), x100(100, 'x'), y100(100, 'y'),
+        z100(100, 'z');
+    struct row {
+        std::string program, host, user;
+        size_t keep_program, keep_host, keep_user;
+    };
+    // "(PID 123)" is 9 characters: a budget of 201.
+    const row rows[] = {
+        {"prog", "box", "me", 4, 3, 2},         // fits: nothing cut
+        {p10, h300, u300, 10, 95, 96},          // short one kept, the rest split
+        {x100, y100, z100, 67, 67, 67},         // three equal: a third each
+        {p10, "box", u300, 10, 3, 188},         // only the longest is cut
+        {std::string(256, 'a'), "", "", 201, 0, 0},
+    };
+    for (const row& r : rows) {
+        char out[512];
+        sdf_lock_creator_text(out, sizeof out, r.program.c_str(), 123, r.host.c_str(), r.user.c_str());
+        std::string want = " by " + r.program.substr(0, r.keep_program) + " (PID 123) on " +
+                           r.host.substr(0, r.keep_host) + ". User: " + r.user.substr(0, r.keep_user);
+        EXPECT_EQ(out, want) << r.program.size() << "/" << r.host.size() << "/" << r.user.size();
+    }
+    // Whatever the names, line 2 fits the 255 characters a reader takes.
+    char out[512];
+    std::string big(256, 'n');
+    sdf_lock_creator_text(out, sizeof out, big.c_str(), 2147483647, big.c_str(), big.c_str());
+    EXPECT_LE(strlen("Created 01-Jan-2024 10:00:00") + strlen(out), 255u);
+    EXPECT_LE(strlen(sdf_lock_line2()), 255u);
+}
+
+TEST(SdfLockIdentity, ForkedChildIsAProcessOfItsOwn) {
+    int64_t parent = sdf_lock_self_pid();
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    pid_t child = fork();
+    if (child == 0) {
+        int64_t mine = sdf_lock_self_pid();
+        bool own_line = strstr(sdf_lock_line2(), ("(PID " + std::to_string(getpid()) + ")").c_str());
+        char ok = mine != parent && own_line ? 'y' : 'n';
+        (void)!write(fds[1], &ok, 1);
+        _exit(0);
+    }
+    char got = 0;
+    EXPECT_EQ(read(fds[0], &got, 1), 1);
+    waitpid(child, nullptr, 0);
+    close(fds[0]);
+    close(fds[1]);
+    EXPECT_EQ(got, 'y');
+    EXPECT_EQ(sdf_lock_self_pid(), parent);
+}
+
+TEST(SdfLockIdentity, RunningTestFollowsTheProcess) {
+    EXPECT_EQ(sdf_process_running(0), 0);   // kill(0) would address a group
+    EXPECT_EQ(sdf_process_running(-1), 0);  // and -1 every process
+    EXPECT_EQ(sdf_process_running(getpid()), 1);
+    EXPECT_EQ(sdf_process_running(deadPid()), 0);
+    sdf_io.kill = [](pid_t, int) {
+        errno = EPERM;  // another user's live process
+        return -1;
+    };
+    EXPECT_EQ(sdf_process_running(12345), 1);
+    sdf_io = sdf_io_default;
+}
+
+TEST_F(SdfLock, ParsesWhatOthersWrote) {
+    struct row {
+        const char* label;
+        std::string text;
+        int rc;
+        int64_t pid, fid;
+        int write, sys_pid;
+        std::string host;
+    };
+    const std::string ok1 = "PID=00000000000000000007,FID=00000000000000000009,WRITE=1";
+    const row rows[] = {
+        {"LF", lockText(7, 9, 1, "far", 55), 0, 7, 9, 1, 55, "far"},
+        {"CRLF", lockText(7, 9, 0, "far", 55, "\r\n"), 0, 7, 9, 0, 55, "far"},
+        {"no (PID in line 2", ok1 + "\nwritten by hand\n", 0, 7, 9, 1, -1, ""},
+        {"unpadded numbers", "PID=7,FID=9,WRITE=1\nx (PID 3) on h.\n", 0, 7, 9, 1, 3, "h"},
+        {"line 1 alone", ok1 + "\n", 1, 0, 0, 0, -1, ""},
+        {"two items", "PID=7,FID=9\nline\n", 1, 0, 0, 0, -1, ""},
+        {"21 digits", "PID=000000000000000000007,FID=9,WRITE=1\nline\n", 1, 0, 0, 0, -1, ""},
+        {"write flag missing", "PID=7,FID=9,WRITE=\nline\n", 1, 0, 0, 0, -1, ""},
+        {"garbage", "\x01\x02 not a lock\n\xff\n", 1, 0, 0, 0, -1, ""},
+        {"empty", "", 1, 0, 0, 0, -1, ""},
+    };
+    for (const row& r : rows) {
+        put(lock_, r.text);
+        sdf_lockinfo info;
+        ASSERT_EQ(sdf_read_lockfile(lock_.c_str(), &info, 0), r.rc) << r.label;
+        if (r.rc != 0) continue;
+        EXPECT_EQ(info.pid, r.pid) << r.label;
+        EXPECT_EQ(info.fid, r.fid) << r.label;
+        EXPECT_EQ(info.write, r.write) << r.label;
+        EXPECT_EQ(info.sys_pid, r.sys_pid) << r.label;
+        EXPECT_EQ(std::string(info.host), r.host) << r.label;
+        EXPECT_EQ(std::string(info.line2).find('\r'), std::string::npos) << r.label;
+        EXPECT_EQ(std::string(info.line2).find('\n'), std::string::npos) << r.label;
+    }
+    sdf_lockinfo info;
+    EXPECT_EQ(sdf_read_lockfile(path("none.lock").c_str(), &info, 0), -1);
+}
+
+// One row: the lock found beside the file, the options and the caller, and
+// whether the caller's own lock replaces it.
+struct judgement {
+    const char* label;
+    const char* life;     // Lock_Life_Hrs
+    int64_t age_hours;    // of the FID
+    int lock_write;       // WRITE= of the lock found
+    bool same_host;
+    bool process_alive;
+    int caller_write;
+    bool taken;           // the lock now names this process
+    bool same_fid;        // ... with the FID of the lock found
+};
+
+TEST_F(SdfLock, JudgesTheLockAtOpen) {
+    const judgement rows[] = {
+        {"fresh writer elsewhere keeps", "24", 0, 1, false, true, 1, false, false},
+        {"reader leaves a writer's lock", "24", 0, 1, false, true, 0, false, false},
+        {"reader leaves a reader's lock", "24", 0, 0, false, true, 0, false, false},
+        {"writer replaces a reader", "24", 0, 0, false, true, 1, true, true},
+        {"older than the life is stale", "24", 25, 1, false, true, 1, true, false},
+        {"stale for a reader too", "1", 2, 1, false, true, 0, true, false},
+        {"life 0: writer takes over", "0", 0, 1, false, true, 1, true, true},
+        {"life 0: reader leaves it", "0", 0, 1, false, true, 0, false, false},
+        {"life -1: never stale by age", "-1", 24 * 365 * 10, 1, false, true, 1, false, false},
+        {"dead process on this host", "24", 0, 1, true, false, 1, true, false},
+        {"dead process elsewhere stands", "24", 0, 1, false, false, 1, false, false},
+        {"live process on this host", "24", 0, 1, true, true, 1, false, false},
+    };
+    const int dead = deadPid();
+    for (const judgement& r : rows) {
+        opts((std::string("Lock_Life_Hrs=") + r.life).c_str());
+        int64_t fid = sdf_lock_now_us() - r.age_hours * kHourUs - 1000;
+        int64_t other = self() + 17;
+        put(lock_, lockText(other, fid, r.lock_write, r.same_host ? host() : "elsewhere",
+                            r.process_alive ? getpid() : dead));
+        sdf_lockinfo info;
+        int wrote = -1, held = -1;
+        ASSERT_EQ(sdf_lock_open(file_.c_str(), 0, r.caller_write, &info, &wrote, &held), 0) << r.label;
+        EXPECT_EQ(held, 1) << r.label;
+        EXPECT_TRUE(present(lock2_)) << r.label;
+        EXPECT_EQ(wrote, r.taken ? 1 : 0) << r.label;
+        EXPECT_EQ(info.pid, r.taken ? self() : other) << r.label;
+        if (r.taken) {
+            EXPECT_EQ(info.fid == fid, r.same_fid) << r.label;
+            EXPECT_EQ(info.write, r.caller_write) << r.label;
+        }
+        sdf_lockinfo disk;
+        ASSERT_EQ(sdf_read_lockfile(lock_.c_str(), &disk, 0), 0) << r.label;
+        EXPECT_EQ(disk.pid, info.pid) << r.label;
+        EXPECT_EQ(disk.fid, info.fid) << r.label;
+        EXPECT_EQ(disk.write, info.write) << r.label;
+        EXPECT_EQ(std::string(disk.line2), std::string(info.line2)) << r.label;
+        EXPECT_EQ(sdf_lock_release_second(file_.c_str()), 0);
+        EXPECT_FALSE(present(lock2_)) << r.label;
+        unlink(lock_.c_str());
+    }
+    EXPECT_EQ(sdftest::errorText(3044), "<none>");
+}
+
+TEST_F(SdfLock, NoLockGetsOneOfTheCallersKind) {
+    for (int write : {0, 1}) {
+        sdf_lockinfo info;
+        int wrote = 0, held = 0;
+        ASSERT_EQ(sdf_lock_open(file_.c_str(), 0, write, &info, &wrote, &held), 0);
+        EXPECT_EQ(wrote, 1);
+        EXPECT_EQ(info.pid, self());
+        EXPECT_EQ(info.write, write);
+        EXPECT_GT(info.fid, 0);
+        EXPECT_EQ(sdf_lock_release_second(file_.c_str()), 0);
+        // A second look by this process finds its own lock and leaves it.
+        sdf_lockinfo again;
+        ASSERT_EQ(sdf_lock_open(file_.c_str(), 0, write, &again, &wrote, &held), 0);
+        EXPECT_EQ(wrote, 0);
+        EXPECT_EQ(again.fid, info.fid);
+        sdf_lock_release_second(file_.c_str());
+        unlink(lock_.c_str());
+    }
+}
+
+TEST_F(SdfLock, GarbageLockIsReplacedSilently) {
+    put(lock_, "this is not a lock file\n");
+    sdf_lockinfo info;
+    int wrote = 0, held = 0;
+    ASSERT_EQ(sdf_lock_open(file_.c_str(), 0, 1, &info, &wrote, &held), 0);
+    EXPECT_EQ(wrote, 1);
+    EXPECT_EQ(info.pid, self());
+    int index = 1;
+    EXPECT_EQ(ZU_errNext("*", &index), nullptr) << "no message for a garbage lock";
+    sdf_lock_release_second(file_.c_str());
+}
+
+TEST_F(SdfLock, LockBesideMissingFileIsRemoved) {
+    unlink(file_.c_str());
+    int64_t other = self() + 5;
+    put(lock_, lockText(other, sdf_lock_now_us(), 1, "elsewhere", 77));
+    sdf_lockinfo info;
+    int wrote = 0, held = 0;
+    ASSERT_EQ(sdf_lock_open(file_.c_str(), 1, 1, &info, &wrote, &held), 0);
+    EXPECT_EQ(info.pid, self()) << "the stray lock was judged instead of removed";
+    EXPECT_EQ(wrote, 1);
+    sdf_lock_release_second(file_.c_str());
+}
+
+TEST_F(SdfLock, NoReadLockKeepsReadersAwayFromLockFiles) {
+    opts("No_Read_Lock=Yes");
+    sdf_lockinfo info;
+    int wrote = 1, held = 1;
+    ASSERT_EQ(sdf_lock_open(file_.c_str(), 0, 0, &info, &wrote, &held), 0);
+    EXPECT_EQ(wrote, 0);
+    EXPECT_EQ(held, 0);
+    EXPECT_EQ(info.pid, 0);
+    EXPECT_FALSE(present(lock_));
+    EXPECT_FALSE(present(lock2_));
+    ASSERT_EQ(sdf_lock_open(file_.c_str(), 0, 1, &info, &wrote, &held), 0);
+    EXPECT_EQ(wrote, 1);
+    EXPECT_TRUE(present(lock_));
+    sdf_lock_release_second(file_.c_str());
+}
+
+TEST_F(SdfLock, DirectoryWithoutWriteAccess) {
+    if (geteuid() == 0) GTEST_SKIP() << "root ignores permission bits";
+    ASSERT_EQ(chmod(dir_.c_str(), 0500), 0);
+    sdf_lockinfo info;
+    int wrote = 1, held = 1;
+    EXPECT_EQ(sdf_lock_open(file_.c_str(), 0, 0, &info, &wrote, &held), 0);
+    EXPECT_EQ(held, 0);
+    EXPECT_EQ(info.pid, 0);
+    EXPECT_EQ(sdf_lock_open(file_.c_str(), 0, 1, &info, &wrote, &held), 3045);
+    EXPECT_NE(sdftest::errorText(3045).find("no write access to directory"), std::string::npos);
+    EXPECT_EQ(sdf_lock_open(path("new.sdf").c_str(), 1, 1, &info, &wrote, &held), 3043);
+    EXPECT_NE(sdftest::errorText(3043).find("no write access to directory"), std::string::npos);
+    EXPECT_FALSE(present(lock_));
+}
+
+TEST_F(SdfLock, UnreadableLockIsRefusedAndReleased) {
+    if (geteuid() == 0) GTEST_SKIP() << "root ignores permission bits";
+    put(lock_, lockText(self() + 1, sdf_lock_now_us(), 1, "elsewhere", 9));
+    ASSERT_EQ(chmod(lock_.c_str(), 0), 0);
+    sdf_lockinfo info;
+    int wrote = 0, held = 0;
+    EXPECT_EQ(sdf_lock_open(file_.c_str(), 0, 1, &info, &wrote, &held), 3041);
+    EXPECT_EQ(held, 0);
+    EXPECT_FALSE(present(lock2_)) << "a failed open must leave no second-level lock";
+}
+
+TEST_F(SdfLock, SecondLevelLockOfADeadHolderIsBrokenAtOnce) {
+    // The holder is a real process that took the lock and died holding it.
+    pid_t child = fork();
+    if (child == 0) _exit(sdf_get_lockfile_lock(lock2_.c_str()) == 0 ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    sdf_lockinfo theirs;
+    ASSERT_EQ(sdf_read_lockfile(lock2_.c_str(), &theirs, 0), 0);
+    EXPECT_EQ(theirs.sys_pid, child);
+    EXPECT_NE(theirs.pid, self());
+
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(sdf_get_lockfile_lock(lock2_.c_str()), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    sdf_lockinfo mine;
+    ASSERT_EQ(sdf_read_lockfile(lock2_.c_str(), &mine, 0), 0);
+    EXPECT_EQ(mine.pid, self());
+    EXPECT_EQ(mine.write, 1);
+}
+
+TEST_F(SdfLock, SecondLevelLockOfALiveHolderTimesOut) {
+    opts("Lock_Life_Hrs=-1");  // no 5-second rule: only the deadline ends the wait
+    put(lock2_, lockText(self() + 3, sdf_lock_now_us(), 1, host(), getpid()));
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(sdf_get_lockfile_lock(lock2_.c_str()), 3045);
+    auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(5000));
+    EXPECT_LT(took, std::chrono::milliseconds(6500));
+    sdf_lockinfo still;
+    EXPECT_EQ(sdf_read_lockfile(lock2_.c_str(), &still, 0), 0) << "a live holder's lock stays";
+    EXPECT_EQ(still.sys_pid, getpid());
+}
+
+// A clock that only moves when the library sleeps, so the 5-second rules run
+// in no time.
+int64_t g_fake_us = 0;
+int g_sleeps = 0;
+int fakeClock(clockid_t, struct timespec* ts) {
+    ts->tv_sec = static_cast<time_t>(g_fake_us / 1000000);
+    ts->tv_nsec = static_cast<long>(g_fake_us % 1000000) * 1000;
+    return 0;
+}
+int fakeSleep(const struct timespec* req, struct timespec*) {
+    g_fake_us += static_cast<int64_t>(req->tv_sec) * 1000000 + req->tv_nsec / 1000;
+    ++g_sleeps;
+    return 0;
+}
+
+TEST_F(SdfLock, SecondLevelLockHeldFromElsewhereBreaksAfterFiveSeconds) {
+    struct row {
+        const char* life;
+        int rc;
+    };
+    for (const row& r : {row{"24", 0}, row{"0", 3045}}) {
+        opts((std::string("Lock_Life_Hrs=") + r.life).c_str());
+        g_fake_us = INT64_C(1700000000000000);
+        g_sleeps = 0;
+        sdf_io.clock_gettime = fakeClock;
+        sdf_io.nanosleep = fakeSleep;
+        put(lock2_, lockText(self() + 3, 123456, 1, "elsewhere", 4242));
+        int64_t start = g_fake_us;
+        EXPECT_EQ(sdf_get_lockfile_lock(lock2_.c_str()), r.rc) << r.life;
+        int64_t took = g_fake_us - start;
+        EXPECT_GT(took, INT64_C(5000000)) << r.life;
+        EXPECT_LT(took, INT64_C(5100000)) << r.life;
+        EXPECT_GE(g_sleeps, 4) << "waits grow instead of spinning";
+        sdf_io = sdf_io_default;
+        unlink(lock2_.c_str());
+    }
+    EXPECT_EQ(sdf_get_lockfile_lock(path("missing/x.lock.lock").c_str()), 3042);
+}
+
+TEST_F(SdfLock, ReconcilesWithTheFileOpenHere) {
+    const int64_t M = self(), A = M + 100, B = M + 200;
+    struct row {
+        const char* label;
+        int64_t L, S;      // PID in the lock, PID noted by the file in memory
+        int64_t lfid, sfid;
+        int lwrite, swrite, caller_write, wrote;
+        int rc;
+        int64_t want_pid, want_fid;
+        int want_write;    // what the file in memory notes afterwards
+        int64_t disk_pid;  // the lock file's PID afterwards
+        int disk_write;
+    };
+    const row rows[] = {
+        {"no lock", 0, A, 0, 5, 0, 1, 1, 0, 0, A, 5, 1, -1, -1},
+        {"own, FID moved", M, M, 6, 5, 1, 1, 1, 0, 3046, M, 5, 1, M, 1},
+        {"own reader lock, now writing", M, M, 5, 5, 0, 0, 1, 0, 0, M, 5, 1, M, 1},
+        {"own, reading on", M, M, 5, 5, 0, 0, 0, 0, 0, M, 5, 0, M, 0},
+        {"other's reader lock taken over", A, A, 5, 5, 0, 0, 1, 0, 0, M, 5, 1, M, 1},
+        {"other's new period noted", A, A, 6, 5, 1, 0, 0, 0, 0, A, 6, 1, A, 1},
+        {"ours, hijacked", A, M, 6, 5, 1, 1, 0, 0, 3046, M, 5, 1, A, 1},
+        {"our reader lock replaced", A, M, 6, 5, 1, 0, 0, 0, 0, A, 6, 1, A, 1},
+        {"own PID without cause", M, A, 5, 5, 1, 1, 0, 0, 4001, A, 5, 1, M, 1},
+        {"written by this call", M, A, 7, 5, 1, 0, 1, 1, 0, M, 7, 1, M, 1},
+        {"another process", B, A, 7, 5, 1, 0, 0, 0, 0, B, 7, 1, B, 1},
+    };
+    for (const row& r : rows) {
+        ZU_errClear("*", 0);
+        unlink(lock_.c_str());
+        sdf_lockinfo info{};
+        info.pid = r.L;
+        info.fid = r.lfid;
+        info.write = r.lwrite;
+        info.sys_pid = -1;
+        if (r.L != 0) {
+            int64_t fid = r.lfid;
+            if (r.L == M) {
+                ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, r.lwrite), 0);
+            } else {
+                put(lock_, lockText(r.L, r.lfid, r.lwrite, "elsewhere", 1));
+            }
+        }
+        sdfile s{};
+        s.lock_pid = r.S;
+        s.lock_fid = r.sfid;
+        s.lock_write = r.swrite;
+        EXPECT_EQ(sdf_lock_reconcile(&s, &info, r.caller_write, r.wrote, file_.c_str()), r.rc)
+            << r.label;
+        EXPECT_EQ(s.lock_pid, r.want_pid) << r.label;
+        EXPECT_EQ(s.lock_fid, r.want_fid) << r.label;
+        EXPECT_EQ(s.lock_write, r.want_write) << r.label;
+        sdf_lockinfo disk;
+        if (r.disk_pid < 0) {
+            EXPECT_FALSE(present(lock_)) << r.label;
+            continue;
+        }
+        ASSERT_EQ(sdf_read_lockfile(lock_.c_str(), &disk, 0), 0) << r.label;
+        EXPECT_EQ(disk.pid, r.disk_pid) << r.label;
+        EXPECT_EQ(disk.write, r.disk_write) << r.label;
+        EXPECT_EQ(disk.fid, r.lfid) << r.label << ": a rewrite keeps the FID";
+        if (r.rc == 0) {
+            EXPECT_EQ(info.pid, r.disk_pid) << r.label << ": info follows the rewrite";
+        }
+    }
+    ZU_errClear("*", 0);
+    sdf_lockinfo info{};
+    info.pid = M;
+    info.fid = 6;
+    sdfile s{};
+    s.lock_pid = M;
+    s.lock_fid = 5;
+    sdf_lock_reconcile(&s, &info, 0, 0, file_.c_str());
+    EXPECT_NE(sdftest::errorText(3046).find("Unexpected FID in lockfile \"" + lock_ + "\""),
+              std::string::npos);
+}
+
+TEST_F(SdfLock, CloseRemovesOnlyItsOwnLock) {
+    struct row {
+        const char* label;
+        int owner;  // 0 none, 1 this process, 2 another
+        int was_writable;
+        int rc;
+        bool lock_stays;
+    };
+    const row rows[] = {
+        {"own lock of a writer", 1, 1, 0, false},
+        {"own lock of a reader", 1, 0, 0, false},
+        {"writer finds another's lock", 2, 1, 2001, true},
+        {"reader finds another's lock", 2, 0, 0, true},
+        {"writer finds none", 0, 1, 2001, false},
+        {"reader finds none", 0, 0, 0, false},
+    };
+    for (const row& r : rows) {
+        unlink(lock_.c_str());
+        int64_t fid = 0;
+        if (r.owner == 1) {
+            ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, r.was_writable), 0);
+        }
+        if (r.owner == 2) put(lock_, lockText(self() + 9, sdf_lock_now_us(), 0, "elsewhere", 3));
+        int exists = -1, ours = -1;
+        ASSERT_EQ(sdf_lock_peek(file_.c_str(), &exists, &ours), 0) << r.label;
+        EXPECT_EQ(exists, r.owner != 0) << r.label;
+        EXPECT_EQ(ours, r.owner == 1) << r.label;
+        sdfile s{};
+        EXPECT_EQ(sdf_lock_close(&s, file_.c_str(), r.was_writable), r.rc) << r.label;
+        EXPECT_EQ(present(lock_), r.lock_stays) << r.label;
+        EXPECT_FALSE(present(lock2_)) << r.label;
+    }
+}
+
+TEST_F(SdfLock, LastWriterLeavesAReaderLockWithTheSameFid) {
+    int64_t fid = 0;
+    ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 0);
+    sdfile s{};
+    s.lock_pid = self();
+    s.lock_fid = fid;
+    s.lock_write = 1;
+    ASSERT_EQ(sdf_lock_downgrade(&s, file_.c_str()), 0);
+    sdf_lockinfo disk;
+    ASSERT_EQ(sdf_read_lockfile(lock_.c_str(), &disk, 0), 0);
+    EXPECT_EQ(disk.pid, self());
+    EXPECT_EQ(disk.fid, fid);
+    EXPECT_EQ(disk.write, 0);
+    EXPECT_EQ(s.lock_write, 0);
+    EXPECT_FALSE(present(lock2_));
+
+    std::string theirs = lockText(self() + 1, 77, 1, "elsewhere", 3);
+    put(lock_, theirs);
+    EXPECT_EQ(sdf_lock_downgrade(&s, file_.c_str()), 0);
+    EXPECT_EQ(slurp(lock_), theirs);
+}
+
+TEST_F(SdfLock, UndoRemovesOnlyThisProcesssLock) {
+    int64_t fid = 0;
+    ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 0);
+    sdf_lock_undo(file_.c_str());
+    EXPECT_FALSE(present(lock_));
+    EXPECT_FALSE(present(lock2_));
+    std::string theirs = lockText(self() + 1, 77, 0, "elsewhere", 3);
+    put(lock_, theirs);
+    sdf_lock_undo(file_.c_str());
+    EXPECT_EQ(slurp(lock_), theirs);
+}
+
+TEST_F(SdfLock, LockfileInfoTellsWhoHoldsTheFile) {
+    const int dead = deadPid();
+    const std::string fresh_writer = lockText(self() + 1, sdf_lock_now_us(), 1, "elsewhere", 3);
+    struct row {
+        const char* label;
+        const char* life;
+        std::string lock;  // empty: none
+        bool file;
+        int rc;
+    };
+    const row rows[] = {
+        {"writer", "24", fresh_writer, true, -1},
+        {"reader", "24", lockText(self() + 1, sdf_lock_now_us(), 0, "elsewhere", 3), true, 1},
+        {"no lock", "24", "", true, 0},
+        {"no file", "24", fresh_writer, false, 0},
+        {"garbage", "24", "junk\n", true, 0},
+        {"life 0", "0", fresh_writer, true, 0},
+        {"too old", "1", lockText(self() + 1, sdf_lock_now_us() - 2 * kHourUs, 1, "x", 3), true, 0},
+        {"old, life -1", "-1", lockText(self() + 1, 1, 1, "x", 3), true, -1},
+        {"dead here", "24", lockText(self() + 1, sdf_lock_now_us(), 1, host(), dead), true, 0},
+    };
+    for (const row& r : rows) {
+        opts((std::string("Lock_Life_Hrs=") + r.life).c_str());
+        unlink(lock_.c_str());
+        unlink(file_.c_str());
+        if (r.file) put(file_, "%SDF_BIN");
+        if (!r.lock.empty()) put(lock_, r.lock);
+        char text[300] = "untouched";
+        EXPECT_EQ(Sdf_Lockfile_Info(file_.c_str(), text), r.rc) << r.label;
+        if (r.rc != 0)
+            EXPECT_EQ(std::string(text) + "\n", r.lock.substr(r.lock.find('\n') + 1,
+                                                             r.lock.find("This file") -
+                                                                 r.lock.find('\n') - 1))
+                << r.label;
+        else
+            EXPECT_STREQ(text, "") << r.label;
+    }
+    EXPECT_EQ(Sdf_Lockfile_Info(nullptr, nullptr), 0);
+    EXPECT_EQ(Sdf_Lockfile_Info(" data.sdf", nullptr), 0);
+}
+
+TEST_F(SdfLock, DeleteLockfileRemovesBothAndTriesBoth) {
+    EXPECT_EQ(Sdf_Delete_Lockfile(file_.c_str()), 0);
+    EXPECT_EQ(Sdf_Delete_Lockfile(""), 0);
+    put(lock_, "x");
+    put(lock2_, "y");
+    EXPECT_EQ(Sdf_Delete_Lockfile(file_.c_str()), 0);
+    EXPECT_FALSE(present(lock_));
+    EXPECT_FALSE(present(lock2_));
+    EXPECT_TRUE(present(file_));
+
+    if (geteuid() == 0) GTEST_SKIP() << "root ignores permission bits";
+    put(lock_, "x");
+    put(lock2_, "y");
+    ASSERT_EQ(chmod(dir_.c_str(), 0500), 0);
+    EXPECT_EQ(Sdf_Delete_Lockfile(file_.c_str()), 3044);
+    int index = 1, reports = 0;
+    while (ZU_ErrRec* rec = ZU_errNext("*", &index)) reports += rec->number == 3044;
+    EXPECT_EQ(reports, 2) << "both deletions are tried";
+}
+
+}  // namespace
