@@ -9,6 +9,10 @@ packages=(
   libgtest-dev libgmock-dev
   clang libclang-rt-14-dev
 )
+# The benchmarks' comparison library: only on request, never by default.
+if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then
+  packages+=(libhdf5-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -157,6 +157,172 @@ SDF_API int Sdf_Mutex_Unlock(int channel);
  * null included. */
 SDF_API int Sdf_Free(void *ptr);
 
+/* ---- User cache of array data. */
+/* Replaces the cache of the channel's file: the old one's modified buffers
+ * are written back and it is freed; with buffers >= 1 a new one gets
+ * max(buffers, 10) buffers of buffer_bytes rounded up to whole chunks (8
+ * chunks when buffer_bytes <= 0). Transfers above max_transfer bytes (<= 0:
+ * one chunk; never above half a buffer) go straight to the file. Nothing for
+ * an internal file. Modified buffers reach the file at Sdf_Write, Sdf_Flush,
+ * at close and when evicted. 0, 3001, 3025 out of memory, 3000 passed up
+ * (a failed write-back, 3084 in the error set: the old cache stays). */
+SDF_API int Sdf_Cache(int channel, int buffers, int buffer_bytes, int max_transfer);
+
+/* ------------------------------------------------- variables and values
+ * Every name passes through the channel's option Prefix and must then be a
+ * valid name. A failure found below the public form comes back as 3000 with
+ * the specific code in the error set: 3005 invalid name, 3010 no such
+ * variable, 3012 not an array, 3013 an array where a scalar is wanted, 3014 a
+ * character scalar where a number is wanted, 3015 not a character scalar.
+ * All of them also give 3001 for a channel that isn't open, the changing ones
+ * 3002 on a read-only channel, and 4001 for a null out or value argument.
+ * Strings handed out are copies to give back with Sdf_Free; an empty value
+ * gives "" rather than null. Changing operations commit under option
+ * Write "Always" (not Sdf_Put_Dims). */
+
+/* The base type (type mod 100) and 1 for an array, else 0. */
+SDF_API int Sdf_Get_Type(int ch, const char *name, int *type, int *is_array);
+/* The element length of the record (string length of a character scalar). */
+SDF_API int Sdf_Get_Elen(int ch, const char *name, int *elen);
+/* dims[0] the rank (0 for an array without a dimension slot), then the
+ * extents. The 32-bit forms return 3024 when an extent passes 2147483647
+ * (Sdf_Last_Dim tests the last one only). 3012 below for a scalar. */
+SDF_API int Sdf_Get_Dims(int ch, const char *name, int32_t dims[8]);
+SDF_API int Sdf_Get_Dims64(int ch, const char *name, int64_t dims[8]);
+/* The last extent, 0 without a dimension slot. */
+SDF_API int Sdf_Last_Dim(int ch, const char *name, int32_t *extent);
+SDF_API int Sdf_Last_Dim64(int ch, const char *name, int64_t *extent);
+/* Reshapes an array; the product of the extents must stay the same. 3021
+ * below for a rank outside 1..7, a negative extent or another product. */
+SDF_API int Sdf_Put_Dims(int ch, const char *name, const int32_t *dims);
+SDF_API int Sdf_Put_Dims64(int ch, const char *name, const int64_t *dims);
+/* A non-character scalar's value: 4, 8 or 16 bytes by its type. */
+SDF_API int Sdf_Get_Val(int ch, const char *name, void *value);
+SDF_API int Sdf_Put_Val(int ch, const char *name, const void *value);
+/* A character scalar: *text a registered copy, *length (may be null) its
+ * length. Sdf_Put_Cval with null or "" leaves length 0. */
+SDF_API int Sdf_Get_Cval(int ch, const char *name, char **text, int *length);
+SDF_API int Sdf_Put_Cval(int ch, const char *name, const char *text);
+/* Creates or replaces a non-character scalar of base type `type` (3020
+ * below for 1 or a code that isn't a base type) with units and description
+ * (null or "" for none). An existing variable follows option Overwrite:
+ * "No" leaves it and returns 0, or 2011 under Overwrite_Warn "Yes"; "Yes"
+ * replaces it, returning 2010 under Overwrite_Warn "Yes". */
+SDF_API int Sdf_Write_Var(int ch, const char *name, int type, const void *value, const char *units, const char *desc);
+/* The same for a character scalar (units of a replaced variable stay). */
+SDF_API int Sdf_Write_Char(int ch, const char *name, const char *text, const char *desc);
+/* Units and description of any variable; null or "" clears them. Storing
+ * the text already there leaves the record's time alone. */
+SDF_API int Sdf_Get_Units(int ch, const char *name, char **text);
+SDF_API int Sdf_Get_Desc(int ch, const char *name, char **text);
+SDF_API int Sdf_Put_Units(int ch, const char *name, const char *text);
+SDF_API int Sdf_Put_Desc(int ch, const char *name, const char *text);
+/* The address of a value on an internal file: an array's data buffer, a
+ * character scalar's string, or the scalar in its record. 3004 for a channel
+ * that isn't internal; a null address gives 3025 below under option
+ * Where_Mem_Error "Yes". Sdf_Where uses option Default_Internal_Channel. */
+SDF_API int Sdf_Where_Chan(int ch, const char *name, void **address);
+SDF_API int Sdf_Where(const char *name, void **address);
+
+/* ------------------------------------------------ listing and deleting
+ * A text that is a valid name (after the prefix) names one variable, any
+ * other is a template: "*" any text, "?" one character, "#" a number,
+ * matched without regard to case on a case-insensitive file. */
+
+/* 1 when the variable exists or the template matches a variable; 0 else,
+ * also for a channel not open or a template that doesn't compile. */
+SDF_API int Sdf_Exists(int ch, const char *name_or_template);
+/* Deletes the variable, or every variable the template matches. 0; 2013 for
+ * a missing name under option Delete_Warn "Yes" (0 under "No"); 3001, 3002;
+ * 3000 with 3006 below for a template that doesn't compile. */
+SDF_API int Sdf_Delete(int ch, const char *name_or_template);
+/* The names matching a template, in table order, prefix included: *list is
+ * one allocation of count + 1 pointers (the last null) and the strings, to
+ * give back with Sdf_Free. 0, 3001, 3000 (3006 bad template, 3025 no memory
+ * below), 4001 null arguments. */
+SDF_API int Sdf_List(int ch, const char *templ, char ***list, int *count);
+/* As Sdf_List, filtered and decoded by tags (comma-separated items): a
+ * first item "+one_of" or "+all_of" keeps the names that hold at least one
+ * or all of the other items as text; the values of name i, (*values)[i], are
+ * "tag=value" for each tag found as ":tag_value" in it, comma-separated. */
+SDF_API int Sdf_Tag_List(int ch, const char *templ, const char *tags, char ***names, char ***values, int *count);
+
+/* ------------------------------------------------------ arrays and slices
+ * An array has 1 to 7 dimensions, the first index fastest, and grows along
+ * its last. Dimension, start, begin, end and step arrays hold the rank in
+ * element 0, then one value per dimension; indices count from 0. A start,
+ * begin, end or step of rank 0 (or null) means the default: reading from the
+ * first element, writing behind the last (an append), the whole extent, a
+ * step of 1. The forms without "64" take i32 and test on the way out: 2030
+ * for a count and 3024 for an extent that doesn't fit 32 bits.
+ * Common failures, all as 3000 with the specific code in the error set:
+ * 3005 invalid name, 3010 no such variable, 3012 not an array, 3015 a
+ * character form on another type, 3022 an index array of the wrong rank,
+ * 3023 one with a rank above 7 or a negative index (also a step of 0). 3001
+ * and 3002 come back as they are. Memory the library allocates for a result
+ * is given back with Sdf_Free. */
+
+/* Creates an array of base type `type` (a character array with elements of
+ * max(1, clen) bytes) and extents dims, with units and description (null or
+ * empty for none). An existing variable follows option Overwrite: 2010 it
+ * was replaced, 2011 it was left (Overwrite_Warn "Yes"), 0 otherwise. A zero
+ * extent gives an array without data until the first write. 3005, 3020 bad
+ * type, 3021 bad dimensions (as 3000); 3001, 3002. */
+SDF_API int Sdf_Define_Array(int ch, const char *name, int type, int clen, const int32_t *dims, const char *units, const char *desc);
+SDF_API int Sdf_Define_Array64(int ch, const char *name, int type, int clen, const int64_t *dims, const char *units, const char *desc);
+/* Reads `count` elements (0 or less: to the end) from start into *data:
+ * a null *data gets new memory on a file, or a pointer into the array on an
+ * internal file (valid until the array grows). *nread gets the count read
+ * and start moves behind the last element. 2020 fewer than asked; 3023 a
+ * start with an index not 0 that gives nothing (behind the end). */
+SDF_API int Sdf_Read_Array(int ch, const char *name, void **data, int32_t *start, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Array64(int ch, const char *name, void **data, int64_t *start, int64_t count, int64_t *nread);
+/* Writes `count` elements at start (rank 0: appends), growing the last
+ * extent when the run passes the end; elements skipped read as zeros in new
+ * chunks. start moves behind the last element. A count of 0 or less does
+ * nothing. 3023 (as 3000) when the array would need 2^31 chunks or more. */
+SDF_API int Sdf_Write_Array(int ch, const char *name, const void *data, int32_t *start, int32_t count);
+SDF_API int Sdf_Write_Array64(int ch, const char *name, const void *data, int64_t *start, int64_t count);
+/* Character arrays as strings: a null *strings gets one block of count
+ * pointers and the strings, each cut after its last character that is
+ * neither NUL nor blank; a given *strings must hold count pointers to
+ * elen + 1 bytes each. Writing pads each string to the element length with
+ * blanks. Codes as the array forms. */
+SDF_API int Sdf_Read_Carray(int ch, const char *name, char ***strings, int32_t *start, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Carray64(int ch, const char *name, char ***strings, int64_t *start, int64_t count, int64_t *nread);
+SDF_API int Sdf_Write_Carray(int ch, const char *name, char *const *strings, int32_t *start, int32_t count);
+SDF_API int Sdf_Write_Carray64(int ch, const char *name, char *const *strings, int64_t *start, int64_t count);
+/* The same with fields of `width` characters (at least 1, else 4001): a read
+ * copies min(elen, width) characters, NUL bytes as blanks, blank-padded; a
+ * write takes each field up to its first NUL or min(width, elen). */
+SDF_API int Sdf_Read_CarrayF(int ch, const char *name, char **buffer, int width, int32_t *start, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_CarrayF64(int ch, const char *name, char **buffer, int width, int64_t *start, int64_t count, int64_t *nread);
+SDF_API int Sdf_Write_CarrayF(int ch, const char *name, const char *buffer, int width, int32_t *start, int32_t count);
+SDF_API int Sdf_Write_CarrayF64(int ch, const char *name, const char *buffer, int width, int64_t *start, int64_t count);
+/* Reads the slice begin..end by step (a step's sign follows the direction;
+ * an end is pulled back onto the step's grid) into *data (null: new memory).
+ * tr_vec (length in element 0, 0 for none) permutes the dimensions with
+ * more than one element: output dimension k is slice dimension tr_vec[k].
+ * *count gets the elements, dims the extents of the dimensions with more
+ * than one element as handed back (rank 1, extent 1 for one element).
+ * 2020 (as 2000) for an array whose last extent is 0; 3022/3023 for begin,
+ * end, step or tr_vec (as 3000). */
+SDF_API int Sdf_Read_Slice(int ch, const char *name, void **data, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int32_t dims[8]);
+SDF_API int Sdf_Read_Slice64(int ch, const char *name, void **data, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t dims[8]);
+/* Writes a slice; tr_vec[k] names the dimension of the caller's data that
+ * becomes slice dimension k. A slice never makes the array grow. */
+SDF_API int Sdf_Write_Slice(int ch, const char *name, const void *data, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count);
+SDF_API int Sdf_Write_Slice64(int ch, const char *name, const void *data, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count);
+/* Slices of character arrays, as strings or fields (see the Carray forms). */
+SDF_API int Sdf_Read_Cslice(int ch, const char *name, char ***strings, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int32_t dims[8]);
+SDF_API int Sdf_Read_Cslice64(int ch, const char *name, char ***strings, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t dims[8]);
+SDF_API int Sdf_Write_Cslice(int ch, const char *name, char *const *strings, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count);
+SDF_API int Sdf_Write_Cslice64(int ch, const char *name, char *const *strings, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count);
+SDF_API int Sdf_Read_CsliceF(int ch, const char *name, char **buffer, int width, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int32_t dims[8]);
+SDF_API int Sdf_Read_CsliceF64(int ch, const char *name, char **buffer, int width, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t dims[8]);
+SDF_API int Sdf_Write_CsliceF(int ch, const char *name, const char *buffer, int width, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count);
+SDF_API int Sdf_Write_CsliceF64(int ch, const char *name, const char *buffer, int width, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count);
+
 #ifdef __cplusplus
 }
 #endif

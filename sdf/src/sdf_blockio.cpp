@@ -157,7 +157,10 @@ int sdf_read_block(void* buf, fcb* f, int block, int64_t offset, int64_t count) 
     }
     if (s->swap && is_slot_type(p.type) && offset != 0)
         return sdf_error("sdf_read_block", 4001, "A slot block can only be read from its start.");
-    int rc = read_file(buf, f, block, p, offset, count);
+    int done = 0;  // data blocks may be served by the user cache
+    int rc = p.type < 0 ? sdf_cache_read(f, block, p.pos + offset, count, buf, &done) : 0;
+    if (rc) return sdf_error_chain("sdf_read_block", rc, "sdf_cache_read");
+    if (!done) rc = read_file(buf, f, block, p, offset, count);
     if (rc) return rc;
     if (s->swap) sdf_swap_block(buf, p.type, count, p.entry, offset / SDF_WORD, 1);
     return 0;
@@ -188,8 +191,12 @@ int sdf_write_block(const void* buf, fcb* f, int block, int64_t offset, int64_t 
     }
     const int64_t pos = p.pos + offset;
     std::string why;
+    int done = 0;
     if (!s->swap) {
         if (pos < 0) return fail_write(f, block, "FSEEK (2) offset = " + num(pos) + "\n" + strerror(EINVAL));
+        int rc = p.type < 0 ? sdf_cache_write(f, block, pos, count, in, &done) : 0;
+        if (rc) return sdf_error_chain("sdf_write_block", rc, "sdf_cache_write");
+        if (done) return 0;
         IosGuard guard(f);
         if (!write_all(f, in, count, pos, "FWRITE (2)", &why)) return fail_write(f, block, why);
         return 0;
@@ -201,17 +208,22 @@ int sdf_write_block(const void* buf, fcb* f, int block, int64_t offset, int64_t 
     sdf_slot_walk walk;
     sdf_slot_walk_start(&walk, p.entry);
     std::vector<unsigned char> stage(static_cast<size_t>(std::min(count, kStage)));
-    IosGuard guard(f);
-    for (int64_t done = 0; done < count;) {
-        int64_t len = std::min(count - done, kStage);
-        memcpy(stage.data(), in + done, static_cast<size_t>(len));
-        int64_t word0 = (offset + done) / SDF_WORD;
+    for (int64_t at = 0; at < count;) {
+        int64_t len = std::min(count - at, kStage);
+        memcpy(stage.data(), in + at, static_cast<size_t>(len));
+        int64_t word0 = (offset + at) / SDF_WORD;
         if (slots)
             sdf_swap_slots(stage.data(), len, word0, &walk, 0);
         else
             sdf_swap_block(stage.data(), p.type, len, p.entry, word0, 0);
-        if (!write_all(f, stage.data(), len, pos + done, "FWRITE (1)", &why)) return fail_write(f, block, why);
-        done += len;
+        // Each converted piece goes to the user cache when it takes it.
+        int rc = p.type < 0 ? sdf_cache_write(f, block, pos + at, len, stage.data(), &done) : 0;
+        if (rc) return sdf_error_chain("sdf_write_block", rc, "sdf_cache_write");
+        if (!done) {
+            IosGuard guard(f);
+            if (!write_all(f, stage.data(), len, pos + at, "FWRITE (1)", &why)) return fail_write(f, block, why);
+        }
+        at += len;
     }
     return 0;
 }
@@ -270,6 +282,7 @@ int sdf_clean_block(fcb* f, int block) {
         return sdf_error("sdf_clean_block", 3081, block, f->number, s->name, "no such block in the table");
     const int64_t piece = std::min(p.size, kStage);
     if (piece <= 0) return 0;
+    if (p.type < 0) sdf_cache_empty_range(s, p.entry->start, p.entry->start + p.entry->chunks - 1);
     auto* zeros = static_cast<unsigned char*>(ZU_allocMem(static_cast<size_t>(piece), "sdf_clean_block:cbuf"));
     if (!zeros) return sdf_error("sdf_clean_block", 3025, "sdf_clean_block:cbuf");
     std::string why;

@@ -386,6 +386,8 @@ int sdf_free_block(sdfile* s, int block) {
     sdf_chain_desc& un = chain(s, SDF_CH_UNUSED);
     drop_data(s, block);
     sdf_blkent* e = ent(s, block);
+    // Cached bytes of a freed data block are stale: dropped unwritten.
+    if (e->type < 0) sdf_cache_empty_range(s, e->start, e->start + e->chunks - 1);
     e->next = e->prev = e->used = e->largest_free = e->first_free = 0;
     e->type = SDF_CH_UNUSED;
     un.chunks += e->chunks;

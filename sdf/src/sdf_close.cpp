@@ -51,7 +51,9 @@ int refuse_int64(const sdfile* s) {
 // a read handle of its own and the lock says that nobody writes.
 int leave_readers(fcb* f) {
     sdfile* s = f->file;
-    int rc = sdf_write_modified_blocks(f);
+    int rc = sdf_write_modified_caches(f);  // the readers' handles can't write them later
+    if (rc) return sdf_error_chain(R, rc, "sdf_write_modified_caches");
+    rc = sdf_write_modified_blocks(f);
     if (rc) return sdf_error_chain(R, rc, "sdf_write_modified_blocks");
     unlink_channel(s, f);
     sdf_chan_free_fcb(f);
@@ -81,6 +83,7 @@ int commit_last(fcb* f, bool downgrade) {
         if (int rc = refuse_int64(s)) return rc;
         if (int rc = sdf_downgrade_arrdim(f)) return sdf_error_chain(R, rc, "sdf_downgrade_arrdim");
     }
+    if (int rc = sdf_remove_cache(f)) return sdf_error_chain(R, rc, "sdf_remove_cache");
     sdf_trim_unused(s);
     if (int rc = sdf_write_modified_blocks(f)) return sdf_error_chain(R, rc, "sdf_write_modified_blocks");
     return 0;

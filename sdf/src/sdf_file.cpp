@@ -40,6 +40,7 @@ void free_fcb(fcb* f) {
     if (!f) return;
     if (sdfile* s = f->file) {
         if (s->blks) sdf_drop_slotblocks(s);
+        sdf_drop_cache(s);
         if (s->vars) sdf_free_vars(s->vars);
         sdf_free_blks(s->blks);
         ZU_freeMem(s->hdr);
@@ -252,6 +253,7 @@ int sdf_close_file(fcb* f, int commit) {
     sdfile* s = f->file;
     int rc = 0;
     if (commit && f->writable && s->writable && !s->internal) {
+        if ((rc = sdf_remove_cache(f)) != 0) return sdf_error_chain(R, rc, "sdf_remove_cache");
         int trimmed = sdf_trim_unused(s);
         rc = sdf_write_modified_blocks(f);
         if (rc) return sdf_error_chain(R, rc, "sdf_write_modified_blocks");

@@ -78,6 +78,7 @@ int find_channel(int channel, const char* routine, fcb** out) {
 
 int write_out(fcb* f, const char* routine) {
     if (!f->file->blks) return 0;  // nothing in memory to write
+    if (int rc = sdf_write_modified_caches(f)) return sdf_error_chain(routine, rc, "sdf_write_modified_caches");
     int rc = sdf_write_modified_blocks(f);
     return rc ? sdf_error_chain(routine, rc, "sdf_write_modified_blocks") : 0;
 }
@@ -106,6 +107,9 @@ int sdf_refresh_fcb(fcb* f) {
         ZU_freeMem(h);
         return sdf_error_chain(R, rc, "sdf_check_header");
     }
+    // Another process changed the file; no writer is open here, so no
+    // buffer is modified and all of them may hold stale bytes.
+    sdf_cache_empty_all(s);
     free_tables(s);
     ZU_freeMem(s->hdr);
     s->hdr = h;

@@ -207,7 +207,7 @@ typedef struct sdfile {
     sdf_hdr *hdr;
     vars *vars;
     Blks *blks;
-    void *cache; /* user cache, or null */
+    struct sdf_cache *cache; /* user cache, or null; read and replaced under cache_mutex */
     sdf_slot_lru lru;
     ZU_RWLock rwlock;
     ZU_Lock slot_mutex;
@@ -703,6 +703,211 @@ int sdf_index_free_records(fcb *f);
 /* Reports 3051 "File "<name>" is corrupt: <text>" with a printf-style text
  * and returns 3051. */
 int sdf_corrupt(const char *routine, const sdfile *s, const char *fmt, ...);
+
+/* ------------------------------------------------ lookups and values */
+
+/* Puts the channel's option Prefix in front of name into out (514 bytes,
+ * cut to 513 characters) unless the option is empty, the channel's prefix
+ * flag is off, or the name starts with the prefix already (by the file's
+ * case rule). A null name counts as empty. Returns 1 when it prefixed. */
+int sdf_apply_prefix(const fcb *f, const char *name, char out[514]);
+
+/* What a lookup accepts. */
+enum {
+    SDF_WANT_ANY = 0,    /* any variable */
+    SDF_WANT_ARRAY = 1,  /* an array: 3012 otherwise */
+    SDF_WANT_SCALAR = 2, /* any scalar: 3013 for an array */
+    SDF_WANT_CHAR = 3,   /* a character scalar: 3013 array, 3015 other scalar */
+    SDF_WANT_NUMBER = 4  /* a non-character scalar: 3013 array, 3014 character */
+};
+/* The variable `name` (prefix applied) of the kind `want`, or null with *rc
+ * set and the failure reported from `routine`: 3005 invalid name, 3010 not
+ * there, 3012 to 3015 by `want`. full (514 bytes) gets the prefixed name and
+ * *pos the sorted position (where it would go when missing); both may be
+ * null, and both are filled for a missing variable too. */
+ventry *sdf_lookup_pos(fcb *f, const char *routine, const char *name, int want, char *full,
+                       int *pos, int *rc);
+ventry *sdf_lookup(fcb *f, const char *routine, const char *name, int want, int *rc);
+
+/* The row a define or write stores into, prefix applied: 3005 for an
+ * invalid name. A missing variable is inserted (*rc 0). An existing one
+ * follows option Overwrite: "No" returns null with *rc 0, or the warning
+ * 2011 (reported from routine) under Overwrite_Warn "Yes" — nothing is
+ * changed; "Yes" clears its value with sdf_clear_val and returns the row
+ * with *rc 0, or 2010 (reported) under Overwrite_Warn "Yes". Failures:
+ * null with 3005, or 3000 passed up from the table. */
+ventry *sdf_value_row(fcb *f, const char *routine, const char *name, int *rc);
+
+/* Stores units or a description of a variable: a non-empty text equal to
+ * the slot's leaves all as it is, unstamped; another text replaces the slot
+ * and stamps; null or empty frees the slot (stamping when there was one).
+ * 0, or 3000 passed up from the slot layer. */
+int sdf_units_put(fcb *f, ventry *row, const char *text);
+int sdf_desc_put(fcb *f, ventry *row, const char *text);
+
+/* The commit that option Write "Always" asks for after a change: runs
+ * sdf_write_modified_blocks on a file that isn't internal; 0 otherwise, or
+ * 3000 passed up naming routine. */
+int sdf_commit_if_always(fcb *f, const char *routine);
+
+/* Compiles a template (prefix applied, upper-cased on a case-insensitive
+ * file) into buf (ZU_PAT_BUFSIZE bytes), quiet unless bit 0 of Error_Out is
+ * set; 3006 reported from routine when it doesn't compile. sdf_match_name
+ * matches a variable name by the file's case rule. */
+int sdf_compile_template(const fcb *f, const char *routine, const char *templ, unsigned char *buf);
+int sdf_match_name(const fcb *f, const char *name, const unsigned char *buf);
+
+/* -------------------------------------------------------- user cache */
+
+/* A buffer row of the user cache. Rows 1..rows-1 hold buffers; row 0 is the
+ * head of the LRU ring: buffer[0].next is the least recently used row and
+ * buffer[0].prev the most recently used. A buffer holds chunks first..last
+ * of one data block (chunks == 0: empty), in the file's byte order, and
+ * never passes the block's end; its stretch starts at a multiple of
+ * chunks_per_buffer from the block's start. */
+typedef struct sdf_cache_row {
+    unsigned char *data; /* chunks_per_buffer chunks, allocated at first use */
+    int32_t first;       /* first chunk held (file chunk number) */
+    int32_t last;        /* last chunk held */
+    int32_t chunks;      /* chunks held; 0 for an empty buffer */
+    int32_t next, prev;  /* LRU ring */
+    int32_t modified;    /* 1 when the buffer differs from the file */
+} sdf_cache_row;
+
+typedef struct sdf_cache {
+    sdf_cache_row *buffer;     /* rows, row 0 the ring's head */
+    int32_t *key;              /* key[1..filled]: filled rows sorted by first chunk */
+    int32_t rows;              /* rows including row 0 */
+    int32_t filled;
+    int32_t modified;          /* filled rows with modified set */
+    int32_t chunks_per_buffer;
+    int32_t max_transfer;      /* bytes; a larger transfer bypasses the cache */
+    struct sdfile *owner;
+} sdf_cache;
+
+/* Fills the least recently used buffer with the stretch of `block` that
+ * holds `chunk` (writing back what it held when modified) and makes it the
+ * most recently used; *row gets it. Caller holds the cache mutex. 0, 3083
+ * on a failed read, 3000 passed up from sdf_write_cache. */
+int sdf_get_cache(fcb *f, int block, int chunk, int *row);
+/* Writes buffer `row` back to the file and clears its flag; 0 or 3084. The
+ * transfer goes through the file's writer channel when it has one. */
+int sdf_write_cache(fcb *f, sdf_cache *c, int row);
+/* Writes back every modified buffer of f's file, in chunk order; 0 when
+ * there is no cache, 3000 passed up. Takes the cache mutex. */
+int sdf_write_modified_caches(fcb *f);
+/* Writes back the modified buffers and frees the cache; on a failure the
+ * cache stays and the code (3000 passed up) is returned. Takes the mutex. */
+int sdf_remove_cache(fcb *f);
+/* Frees the cache without writing anything (a file leaving memory). */
+void sdf_drop_cache(sdfile *s);
+/* Empties every buffer without writing (refresh), or those that overlap
+ * chunks first..last (a freed data block). Take the cache mutex. */
+void sdf_cache_empty_all(sdfile *s);
+void sdf_cache_empty_range(sdfile *s, int first, int last);
+/* A data block grew in place from old_chunks to new_chunks: a buffer that
+ * holds its old last chunk takes in the new chunks, as zeros, up to its
+ * capacity. Call after the entry's chunks were updated. */
+void sdf_cache_extend(sdfile *s, int block, int old_chunks, int new_chunks);
+/* The cache's part of a transfer of n bytes at byte position pos of data
+ * block `block` (file order on both sides). *done tells whether the cache
+ * took it; when not, the caller transfers straight to the file, the cache
+ * having written back and emptied what it must first. 0, 3083 or 3084
+ * reported here, 3000 passed up. */
+int sdf_cache_read(fcb *f, int block, int64_t pos, int64_t n, void *buf, int *done);
+int sdf_cache_write(fcb *f, int block, int64_t pos, int64_t n, const void *buf, int *done);
+
+
+/* ------------------------------------------------- arrays and slices */
+
+/* Dimension, start, begin, end and step arrays are i64[8] here: element 0
+ * the rank, then one value per dimension, indices counted from 0. */
+
+/* Rank and extents of an array's dimension slot into dims[8]. 0, or 3000
+ * passed up from the slot layer (3051 for a slot that doesn't hold them). */
+int sdf_array_dims(fcb *f, const ventry *row, int64_t dims[8]);
+/* Stores rank and extents into the array's dimension slot (the rank must be
+ * the slot's) and marks its block modified. */
+int sdf_array_put_dims(fcb *f, const ventry *row, const int64_t dims[8]);
+/* Creates (or by option Overwrite replaces) an array of base type `type`
+ * with element size max(1, clen) for characters: 3005, 3020, 3021; warnings
+ * 2010/2011 as sdf_value_row gives them; 3000 passed up. */
+int sdf_define_array(fcb *f, const char *name, int type, int clen, const int64_t *dims,
+                     const char *units, const char *desc);
+/* Whether a start array says anything (rank above 0) and whether it fits an
+ * array of dims: 0, 3022 (wrong rank) or 3023 (rank above 7, an index below
+ * 0), reported from routine with `what` ("start", "begin", ...). */
+int sdf_check_index_array(const char *routine, const char *what, const char *name,
+                          const int64_t *a, const int64_t dims[8]);
+/* Elements from start (null or rank 0: the first) to the end of the array;
+ * 0 when the start lies behind it. */
+int64_t sdf_array_left(const int64_t dims[8], const int64_t *start);
+/* Reads up to n elements (n <= 0: to the end) from start (may be null; when
+ * given it is moved behind the last element read) into *data, which when
+ * null gets registered memory on a file, or the address inside the array's
+ * buffer on an internal file. *nread gets the count. 0, 3025, 4001 for a
+ * chain shorter than the record says, 3000 passed up. */
+int sdf_array_read(fcb *f, ventry *row, int64_t *start, int64_t n, void **data, int64_t *nread);
+/* Writes n elements at start (null or rank 0: behind the end, which appends
+ * along the last dimension), growing the array and its chain as needed;
+ * start is moved behind the last element written. On a file the tables are
+ * committed before any data land. 0, 3023 (the chain would need 2^31 chunks
+ * or more), 3025, 4001, 3000 passed up. */
+int sdf_array_write(fcb *f, ventry *row, int64_t *start, int64_t n, const void *data);
+
+/* A slice in normal form: defaults filled in, steps signed by direction,
+ * ends pulled back to the last index the step reaches. */
+typedef struct sdf_slice {
+    int64_t dims[8];  /* the array's */
+    int64_t begin[8];
+    int64_t end[8];
+    int64_t step[8];
+    int32_t tr[8];    /* tr[0] 0 for none */
+    int64_t count;
+    int32_t nout;     /* dimensions of the slice with more than one element */
+    int64_t shape[8]; /* their extents, in slice order (rank nout) */
+    int64_t odims[8]; /* the dimension array a read gives back: shape as
+                         tr permutes it; rank 1, extent 1 for one element */
+} sdf_slice;
+/* Normalises begin/end/step/tr_vec (each may be null or rank 0) against the
+ * array: 2020 for an array whose last extent is 0 (count 0); 3022/3023 with
+ * "begin", "end", "step" or "tr_vec"; 3023 "step" for a step of 0. */
+int sdf_slice_args(fcb *f, ventry *row, const int64_t *begin, const int64_t *end,
+                   const int64_t *step, const int32_t *tr_vec, sdf_slice *sl);
+/* Reads the slice into *data (null: registered memory for sl->count
+ * elements); dims (may be null) gets the extents of the dimensions with more
+ * than one element, transposed as sl->tr says. */
+int sdf_slice_read(fcb *f, ventry *row, const sdf_slice *sl, void **data, int64_t dims[8]);
+/* Writes sl->count elements of data into the slice. */
+int sdf_slice_write(fcb *f, ventry *row, const sdf_slice *sl, const void *data);
+
+/* Converts n elements between any two of the eight base types; from_elen
+ * and to_elen matter for CHAR only. f (may be null) gives the format
+ * options. 0, or 3020 for an unknown type. */
+int sdf_convert(int from_type, int from_elen, const void *from, int to_type, int to_elen, void *to,
+                int64_t n, const fcb *f);
+/* The element size of a conversion's target in new memory: the type's
+ * size, or for CHAR the width the channel's format gives a wide value of
+ * base type `from`. */
+int sdf_convert_width(const fcb *f, int from, int to);
+/* The base routines through a conversion: the caller's data are of `type`
+ * (base code) with element size elen (0: the natural size, or the width of
+ * sdf_convert_width for CHAR). A null *data gets registered memory. */
+int sdf_array_read_as(fcb *f, ventry *row, int64_t *start, int64_t n, int type, int elen,
+                      void **data, int64_t *nread);
+int sdf_slice_read_as(fcb *f, ventry *row, const sdf_slice *sl, int type, int elen, void **data,
+                      int64_t dims[8]);
+int sdf_array_write_from(fcb *f, ventry *row, int64_t *start, int64_t n, int type, int elen,
+                         const void *data);
+int sdf_slice_write_from(fcb *f, ventry *row, const sdf_slice *sl, int type, int elen,
+                         const void *data);
+
+/* Character arrays: from elements of elen bytes (blank-padded) to strings
+ * and fixed-width fields, and back. */
+char **sdf_chars_to_strings(const char *elems, int elen, int64_t n, const char *tag);
+void sdf_chars_to_fields(const char *elems, int elen, int64_t n, char *out, int width);
+void sdf_strings_to_chars(char *const *strings, int elen, int64_t n, char *out);
+void sdf_fields_to_chars(const char *fields, int width, int elen, int64_t n, char *out);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,119 @@
+// Units and description of a variable: their store in chrvar slots and the
+// public operations that read and set them.
+//
+// A record names its units and description by slot reference; block 0 means
+// none. Storing the text a slot already holds changes nothing, not even the
+// record's time, so that rewriting a file with the same metadata doesn't
+// look like a change. Texts handed to the caller are copies entered in the
+// memory register, made while the slot mutex holds the chrvar buffers still.
+#include <string.h>
+
+#include "sdf_inner.h"
+
+namespace {
+
+enum Field { kUnits, kDesc };
+
+sdf_slotref& field_ref(sdf_varrec* r, Field which) { return which == kUnits ? r->units : r->desc; }
+
+const char* field_routine(Field which) { return which == kUnits ? "sdf_units_put" : "sdf_desc_put"; }
+
+int put_text(fcb* f, ventry* row, const char* text, Field which) {
+    const char* R = field_routine(which);
+    sdf_varrec* r = row->record;
+    sdf_slotref& ref = field_ref(r, which);
+    const size_t n = text ? strlen(text) : 0;
+    if (n > 0 && ref.block != 0) {
+        int err = 0;
+        const char* old = static_cast<const char*>(sdf_get_slot(f, SDF_CH_CHRVAR, 0, &ref, &err));
+        if (!old) return sdf_error_chain(R, err, "sdf_get_slot");
+        if (strcmp(old, text) == 0) return 0;
+    }
+    if (n == 0 && ref.block == 0) return 0;
+    if (n > static_cast<size_t>(INT32_MAX / 2)) return sdf_error(R, 4001, "Text too long for a slot.");
+    if (int rc = sdf_free_slot(f, SDF_CH_CHRVAR, &ref)) return sdf_error_chain(R, rc, "sdf_free_slot");
+    sdf_touch(f->file, r, row->block, 1);
+    if (n == 0) return 0;
+    int err = 0;
+    char* slot = static_cast<char*>(sdf_get_slot(f, SDF_CH_CHRVAR, static_cast<int>(n), &ref, &err));
+    if (!slot) return sdf_error_chain(R, err, "sdf_get_slot");
+    memcpy(slot, text, n + 1);
+    return 0;
+}
+
+// Public read of units or description.
+int get_text(int channel, const char* name, char** text, Field which, const char* R, const char* core) {
+    if (!text) return sdf_error(R, 4001, "No place for the result.");
+    *text = nullptr;
+    fcb* f = nullptr;
+    int taken = 0;
+    if (int rc = sdf_chan_read_begin(channel, R, &f, &taken)) return rc;
+    int rc = 0;
+    char* copy = nullptr;
+    if (ventry* row = sdf_lookup(f, core, name, SDF_WANT_ANY, &rc)) {
+        const bool lock = !f->file->internal;
+        if (lock) ZU_lock(f->file->slot_mutex);
+        const char* src = "";
+        sdf_slotref ref = field_ref(row->record, which);
+        if (ref.block != 0) {
+            src = static_cast<const char*>(sdf_get_slot(f, SDF_CH_CHRVAR, 0, &ref, &rc));
+            if (!src) rc = sdf_error_chain(core, rc, "sdf_get_slot");
+        }
+        if (src) {
+            const size_t n = strlen(src);
+            const char* tag = which == kUnits ? "Sdf_Get_Units:text" : "Sdf_Get_Desc:text";
+            copy = static_cast<char*>(sdf_register(ZU_allocMem(n + 1, tag)));
+            if (copy)
+                memcpy(copy, src, n + 1);
+            else
+                rc = sdf_error(core, 3025, name ? name : "");
+        }
+        if (lock) ZU_unlock(f->file->slot_mutex);
+    }
+    sdf_chan_read_end(f, taken);
+    *text = copy;
+    return rc ? sdf_error_chain(R, rc, core) : 0;
+}
+
+int put_public(int channel, const char* name, const char* text, Field which, const char* R, const char* core) {
+    fcb* f = nullptr;
+    int taken = 0;
+    if (int rc = sdf_chan_write_begin(channel, R, &f, &taken)) return rc;
+    int rc = 0;
+    const char* callee = core;
+    if (ventry* row = sdf_lookup(f, core, name, SDF_WANT_ANY, &rc)) {
+        rc = put_text(f, row, text, which);
+        if (rc)
+            callee = field_routine(which);
+        else
+            rc = sdf_commit_if_always(f, core);
+    }
+    sdf_chan_write_end(f, taken);
+    return rc ? sdf_error_chain(R, rc, callee) : 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int sdf_units_put(fcb* f, ventry* row, const char* text) { return put_text(f, row, text, kUnits); }
+
+int sdf_desc_put(fcb* f, ventry* row, const char* text) { return put_text(f, row, text, kDesc); }
+
+int Sdf_Get_Units(int channel, const char* name, char** text) {
+    return get_text(channel, name, text, kUnits, "Sdf_Get_Units", "sdf_get_units");
+}
+
+int Sdf_Get_Desc(int channel, const char* name, char** text) {
+    return get_text(channel, name, text, kDesc, "Sdf_Get_Desc", "sdf_get_desc");
+}
+
+int Sdf_Put_Units(int channel, const char* name, const char* text) {
+    return put_public(channel, name, text, kUnits, "Sdf_Put_Units", "sdf_put_units");
+}
+
+int Sdf_Put_Desc(int channel, const char* name, const char* text) {
+    return put_public(channel, name, text, kDesc, "Sdf_Put_Desc", "sdf_put_desc");
+}
+
+}  // extern "C"

@@ -1,0 +1,98 @@
+// Helpers of the tests of values, listing and deleting: files opened through
+// the channel layer, arrays made through the inner table (dimensions only,
+// no data), the error set, and copies of records to tell a change.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "sdf_channel_helpers.h"
+
+namespace sdftest {
+
+// Whether the error set holds a record with this code.
+inline bool reported(int code) { return errorText(code) != "<none>"; }
+
+// An array of base type `base` with the given extents and no data chain.
+inline bool makeArray(int channel, const std::string& name, int base, const std::vector<int64_t>& extents) {
+    fcb* f = sdf_chan_get(channel);
+    if (!f) return false;
+    int pos = -1, err = 0;
+    ventry* row = sdf_find_var(f, name.c_str(), &pos);
+    if (!row) row = sdf_insert_var(f, name.c_str(), pos, &err);
+    if (!row) return false;
+    sdf_slotref ref{0, 0};
+    void* p = sdf_get_slot(f, SDF_CH_ARRDIM, static_cast<int>(extents.size() + 1), &ref, &err);
+    if (!p) return false;
+    std::vector<int64_t> dims{static_cast<int64_t>(extents.size())};
+    dims.insert(dims.end(), extents.begin(), extents.end());
+    memcpy(p, dims.data(), dims.size() * sizeof(int64_t));  // slots are word aligned only
+    sdf_mark(f->file, ref.block);
+    sdf_varrec* r = row->record;
+    r->type = base + 100;
+    r->elen = sdf_type_elen(base);
+    r->value.i[0] = ref.block;
+    r->value.i[1] = ref.index;
+    sdf_touch(f->file, r, row->block, 1);
+    return true;
+}
+
+// The record of a variable as it stands (type 0 when missing).
+inline sdf_varrec record(int channel, const std::string& name) {
+    sdf_varrec r{};
+    fcb* f = sdf_chan_get(channel);
+    int pos = -1;
+    if (ventry* row = f ? sdf_find_var(f, name.c_str(), &pos) : nullptr) r = *row->record;
+    return r;
+}
+
+inline sdf_varrec* recordPtr(int channel, const std::string& name) {
+    fcb* f = sdf_chan_get(channel);
+    int pos = -1;
+    ventry* row = f ? sdf_find_var(f, name.c_str(), &pos) : nullptr;
+    return row ? row->record : nullptr;
+}
+
+inline bool sameRecord(const sdf_varrec& a, const sdf_varrec& b) { return memcmp(&a, &b, sizeof a) == 0; }
+
+// A string handed out by the library, as text, given back at once.
+inline std::string take(char* p) {
+    std::string s = p ? p : "<null>";
+    if (p) {
+        EXPECT_EQ(Sdf_Free(p), 1);
+    }
+    return s;
+}
+
+// A list handed out by the library, as strings, given back at once.
+inline std::vector<std::string> takeList(char** list, int count) {
+    std::vector<std::string> out;
+    if (!list) return out;
+    for (int i = 0; i < count; i++) out.emplace_back(list[i] ? list[i] : "<null>");
+    EXPECT_EQ(list[count], nullptr) << "the list ends with a null pointer";
+    EXPECT_EQ(Sdf_Free(list), 1);
+    return out;
+}
+
+// Opens path new and writable, with options set for the creation only.
+inline int createFile(const std::string& path, const char* opts = nullptr) {
+    if (opts) {
+        EXPECT_EQ(Sdf_Set_Opts(opts), 0);
+    }
+    int ch = -1;
+    int rc = Sdf_Open(&ch, path.c_str(), "BINARY", "NEW", "WRITE");
+    if (opts) Sdf_Set_Opts("Sex=Native_Sex,Case_Sensitive=Yes");
+    EXPECT_EQ(rc, 0);
+    return rc == 0 ? ch : -1;
+}
+
+inline int openFile(const std::string& path, const char* intent) {
+    int ch = -1;
+    EXPECT_EQ(Sdf_Open(&ch, path.c_str(), "BINARY", "OLD", intent), 0);
+    return ch;
+}
+
+}  // namespace sdftest
