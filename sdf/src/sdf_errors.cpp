@@ -189,3 +189,12 @@ const char *sdf_sys_error(void)
 }
 
 } // extern "C"
+
+extern "C" int sdf_bug(const char* routine, const char* fmt, ...) {
+    char text[256];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(text, sizeof text, fmt, ap);
+    va_end(ap);
+    return sdf_error(routine, 4001, text);
+}

@@ -295,6 +295,9 @@ int sdf_error(const char *routine, int code, ...);
 int sdf_error_chain(const char *routine, int code, const char *callee);
 /* The system's text for errno as it stands, in a thread-local buffer. */
 const char *sdf_sys_error(void);
+/* Reports a state a sound file can't produce: 4001 with the text formatted
+ * printf-style (at most 255 characters). Returns 4001. */
+int sdf_bug(const char *routine, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 /* The message pattern of a code, or null when the table has none. */
 const char *sdf_error_text(int code);
 

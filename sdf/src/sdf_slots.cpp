@@ -45,16 +45,6 @@ int no_memory(const char* routine) {
     return sdf_error(routine, 4001, "Out of memory for a slot block.");
 }
 
-// A state that a sound file can't produce: 4001 with the formatted text.
-__attribute__((format(printf, 2, 3))) int bug(const char* routine, const char* fmt, ...) {
-    char text[256];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(text, sizeof text, fmt, ap);
-    va_end(ap);
-    return sdf_error(routine, 4001, text);
-}
-
 // ------------------------------------------------------------ LRU rows
 
 void lru_init(sdf_slot_lru* l) {
@@ -296,7 +286,7 @@ void* take_slot(sdfile* s, int b, int need, sdf_slotref* ref, int* err) {
         }
         if (w[idx] >= need) break;
         if (w[idx + 1] == 0) {
-            *err = bug(R, "sdf_get_slot: - expected slot not found in block %d\n", b);
+            *err = sdf_bug(R, "sdf_get_slot: - expected slot not found in block %d\n", b);
             return nullptr;
         }
         prev = idx;
@@ -467,7 +457,7 @@ int sdf_free_slot(fcb* f, int chain_type, sdf_slotref* ref) {
     sdfile* s = f->file;
     int b = ref->block;
     int prev = sdf_chain_prev(s, chain_type, b);
-    if (prev < 0) return bug(R, "sdf_free_slot: block %d is not in chain.\n", b);
+    if (prev < 0) return sdf_bug(R, "sdf_free_slot: block %d is not in chain.\n", b);
     int rc = ensure_loaded(f, chain_type, b, R);
     if (rc) return rc;
     sdf_blkent* e = ent(s, b);

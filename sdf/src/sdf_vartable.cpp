@@ -104,15 +104,6 @@ void splice_run(sdfile* s, const FreeSet& fs, int64_t lo, int64_t hi) {
     if (succ) set_prev(s, succ, hi);
 }
 
-__attribute__((format(printf, 2, 3))) int bug(const char* routine, const char* fmt, ...) {
-    char text[256];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(text, sizeof text, fmt, ap);
-    va_end(ap);
-    return sdf_error(routine, 4001, text);
-}
-
 int grow(vars* v) {
     int cap = v->capacity * 2;
     if (cap <= v->capacity) return 1;
@@ -132,10 +123,10 @@ int take_record(sdfile* s, int* block, int* index) {
     static const char* R = "sdf_insert_var";
     sdf_chain_desc& d = varinf(s);
     FreeSet* fs = free_set(s->vars);
-    if (!fs) return bug(R, "Out of memory for the variable table.");
+    if (!fs) return sdf_bug(R, "Out of memory for the variable table.");
     int b = d.free_a, i = d.free_b;
     sdf_varrec* r = rec_at(s, b, i);
-    if (!r) return bug(R, "sdf_get_free_var: varinf block %d not in memory.\n", b);
+    if (!r) return sdf_bug(R, "sdf_get_free_var: varinf block %d not in memory.\n", b);
     int64_t next = r->name.block ? rkey(r->name.block, r->name.index) : 0;
     if ((next && !rec_at(s, next)) || fs->empty() || *fs->begin() != rkey(b, i) ||
         (next && (fs->size() < 2 || *std::next(fs->begin()) != next)))
@@ -158,15 +149,15 @@ int take_record(sdfile* s, int* block, int* index) {
 int release_varinf(sdfile* s, int b) {
     static const char* R = "sdf_delete_var";
     FreeSet* fs = free_set(s->vars);
-    if (!fs) return bug(R, "Out of memory for the variable table.");
+    if (!fs) return sdf_bug(R, "Out of memory for the variable table.");
     sdf_blkent* e = ent(s, b);
     int n = records_in(s, e);
     int64_t lo = rkey(b, 0), hi = rkey(b, n - 1);
     auto first = fs->lower_bound(lo), last = fs->upper_bound(hi);
     if (std::distance(first, last) != n)
-        return bug(R, "Used count of varinf block %d disagrees with its free records.", b);
+        return sdf_bug(R, "Used count of varinf block %d disagrees with its free records.", b);
     int prev = sdf_chain_prev(s, SDF_CH_VARINF, b);
-    if (prev < 0) return bug(R, "Varinf block %d is not in chain.", b);
+    if (prev < 0) return sdf_bug(R, "Varinf block %d is not in chain.", b);
     fs->erase(first, last);
     int64_t pred, succ;
     neighbours(*fs, lo, hi, &pred, &succ);
@@ -180,7 +171,7 @@ int release_varinf(sdfile* s, int b) {
 int free_record(sdfile* s, int b, int i) {
     static const char* R = "sdf_delete_var";
     FreeSet* fs = free_set(s->vars);
-    if (!fs) return bug(R, "Out of memory for the variable table.");
+    if (!fs) return sdf_bug(R, "Out of memory for the variable table.");
     int64_t k = rkey(b, i);
     if (!fs->insert(k).second) return sdf_corrupt(R, s, "record %d of block %d freed twice.", i, b);
     fs->erase(k);
@@ -263,7 +254,7 @@ ventry* sdf_insert_var(fcb* f, const char* name, int pos, int* err) {
     if (!err) err = &dummy;
     *err = 0;
     if (!f || !f->file || !f->file->vars || !name) {
-        *err = bug(R, "Invalid variable request.");
+        *err = sdf_bug(R, "Invalid variable request.");
         return nullptr;
     }
     sdfile* s = f->file;
@@ -274,7 +265,7 @@ ventry* sdf_insert_var(fcb* f, const char* name, int pos, int* err) {
         return nullptr;
     }
     if (pos < 0 || pos > v->count) {
-        *err = bug(R, "Insert position %d out of range.", pos);
+        *err = sdf_bug(R, "Insert position %d out of range.", pos);
         return nullptr;
     }
     sdf_slotref ref{0, 0};
@@ -285,7 +276,7 @@ ventry* sdf_insert_var(fcb* f, const char* name, int pos, int* err) {
         return nullptr;
     }
     memcpy(slot, name, len + 1);
-    if (v->count == v->capacity && grow(v)) rc = bug(R, "Out of memory for the variable table.");
+    if (v->count == v->capacity && grow(v)) rc = sdf_bug(R, "Out of memory for the variable table.");
     if (!rc && varinf(s).free_a == 0) {
         rc = sdf_extend_varinf_chain(s, 1);
         if (rc) rc = sdf_error_chain(R, rc, "sdf_extend_varinf_chain");
@@ -310,14 +301,14 @@ ventry* sdf_insert_var(fcb* f, const char* name, int pos, int* err) {
 int sdf_delete_var(fcb* f, ventry* row, int pos) {
     static const char* R = "sdf_delete_var";
     if (!f || !f->file || !f->file->vars || !valid_row(f->file->vars, row, pos))
-        return bug(R, "Row and position of a variable disagree.");
+        return sdf_bug(R, "Row and position of a variable disagree.");
     sdfile* s = f->file;
     vars* v = s->vars;
     sdf_varrec* r = row->record;
     int b = row->block;
     sdf_varrec* base = rec_at(s, b, 0);
     int i = base && r >= base ? static_cast<int>(r - base) : -1;
-    if (!base || rec_at(s, b, i) != r) return bug(R, "Record of a variable not in its block.");
+    if (!base || rec_at(s, b, i) != r) return sdf_bug(R, "Record of a variable not in its block.");
     int rc = sdf_free_slot(f, SDF_CH_VARNAM, &r->name);
     if (rc) return sdf_error_chain(R, rc, "sdf_free_slot");
     // Past the name the variable goes in any case; a part that can't be
@@ -342,11 +333,11 @@ int sdf_delete_var(fcb* f, ventry* row, int pos) {
 
 int sdf_rename_var(fcb* f, const char* name, int oldpos, int newpos) {
     static const char* R = "sdf_rename_var";
-    if (!f || !f->file || !f->file->vars || !name) return bug(R, "Invalid variable request.");
+    if (!f || !f->file || !f->file->vars || !name) return sdf_bug(R, "Invalid variable request.");
     sdfile* s = f->file;
     vars* v = s->vars;
     if (oldpos < 0 || oldpos >= v->count || newpos < 0 || newpos > v->count)
-        return bug(R, "Rename positions %d, %d out of range.", oldpos, newpos);
+        return sdf_bug(R, "Rename positions %d, %d out of range.", oldpos, newpos);
     size_t len = strnlen(name, SDF_MAX_NAME + 1);
     if (len < 1 || len > SDF_MAX_NAME) return sdf_error(R, 3005, name);
     char copy[SDF_MAX_NAME + 1];  // the name may live in the slot freed below
@@ -374,7 +365,7 @@ int sdf_rename_var(fcb* f, const char* name, int oldpos, int newpos) {
 
 int sdf_clear_val(fcb* f, ventry* row) {
     static const char* R = "sdf_clear_val";
-    if (!f || !f->file || !row || !row->record) return bug(R, "Invalid variable request.");
+    if (!f || !f->file || !row || !row->record) return sdf_bug(R, "Invalid variable request.");
     sdfile* s = f->file;
     sdf_varrec* r = row->record;
     int rc = 0;
@@ -400,18 +391,18 @@ int sdf_clear_val(fcb* f, ventry* row) {
 
 int sdf_extend_varinf_chain(sdfile* s, int records) {
     static const char* R = "sdf_extend_varinf_chain";
-    if (!s || !s->vars || !s->blks) return bug(R, "Invalid variable request.");
+    if (!s || !s->vars || !s->blks) return sdf_bug(R, "Invalid variable request.");
     FreeSet* fs = free_set(s->vars);
-    if (!fs) return bug(R, "Out of memory for the variable table.");
+    if (!fs) return sdf_bug(R, "Out of memory for the variable table.");
     int chunk = s->hdr->chunk_size;
     if (chunk < SDF_RECORD_BYTES) return sdf_corrupt(R, s, "bad chunk size %d.", chunk);
     sdf_chain_desc& d = varinf(s);
     int64_t c = d.chunks < 1 ? 1 : d.chunks > 4 ? 4 : d.chunks;
     int64_t need = (static_cast<int64_t>(records) * SDF_RECORD_BYTES + chunk - 1) / chunk;
     if (need > c) c = need;
-    if (c * chunk > INT32_MAX) return bug(R, "Too many records requested.");
+    if (c * chunk > INT32_MAX) return sdf_bug(R, "Too many records requested.");
     void* buf = ZU_allocMem(static_cast<size_t>(c * chunk), "sdf_extend_varinf_chain:varblock");
-    if (!buf) return bug(R, "Out of memory for a varinf block.");
+    if (!buf) return sdf_bug(R, "Out of memory for a varinf block.");
     int at_end = 0;
     int b = sdf_alloc_block(s, static_cast<int>(c), &at_end);
     if (b < 0) {
@@ -452,7 +443,7 @@ int sdf_index_free_records(fcb* f) {
     static const char* R = "sdf_read_varinf";
     sdfile* s = f->file;
     FreeSet* fs = free_set(s->vars);
-    if (!fs) return bug(R, "Out of memory for the variable table.");
+    if (!fs) return sdf_bug(R, "Out of memory for the variable table.");
     fs->clear();
     sdf_chain_desc& d = varinf(s);
     int64_t prev = 0;
