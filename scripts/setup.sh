@@ -8,6 +8,8 @@ packages=(
   libpugixml-dev libutfcpp-dev
   libgtest-dev libgmock-dev
   clang libclang-rt-14-dev
+  gfortran
+  libtomlplusplus-dev
 )
 # The benchmarks' comparison library: only on request, never by default.
 if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then
