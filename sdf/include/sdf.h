@@ -8,6 +8,7 @@
 #ifndef SDF_H
 #define SDF_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -299,6 +300,44 @@ SDF_API int Sdf_Read_CarrayF(int ch, const char *name, char **buffer, int width,
 SDF_API int Sdf_Read_CarrayF64(int ch, const char *name, char **buffer, int width, int64_t *start, int64_t count, int64_t *nread);
 SDF_API int Sdf_Write_CarrayF(int ch, const char *name, const char *buffer, int width, int32_t *start, int32_t count);
 SDF_API int Sdf_Write_CarrayF64(int ch, const char *name, const char *buffer, int width, int64_t *start, int64_t count);
+/* Fixed-rank forms: the indices (i, j, k, counting from 0) or the extents
+ * (d1, d2, d3) stand as separate arguments in place of the array. Each
+ * builds the array of rank 1, 2 or 3 and calls the generic form of its
+ * width; any non-zero result of that form comes back by the chain rule, as
+ * its family code (2000, 3000, 4000) with the generic form named. The
+ * caller's indices never move. A start of rank 2 on a 1-D array gives 3022
+ * in the error set. */
+SDF_API int Sdf_Define_Arr1D(int ch, const char *name, int type, int clen, int32_t d1, const char *units, const char *desc);
+SDF_API int Sdf_Define_Arr2D(int ch, const char *name, int type, int clen, int32_t d1, int32_t d2, const char *units, const char *desc);
+SDF_API int Sdf_Define_Arr3D(int ch, const char *name, int type, int clen, int32_t d1, int32_t d2, int32_t d3, const char *units, const char *desc);
+SDF_API int Sdf_Define_Arr1D64(int ch, const char *name, int type, int clen, int64_t d1, const char *units, const char *desc);
+SDF_API int Sdf_Define_Arr2D64(int ch, const char *name, int type, int clen, int64_t d1, int64_t d2, const char *units, const char *desc);
+SDF_API int Sdf_Define_Arr3D64(int ch, const char *name, int type, int clen, int64_t d1, int64_t d2, int64_t d3, const char *units, const char *desc);
+SDF_API int Sdf_Read_Arr1D(int ch, const char *name, void **data, int32_t i, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Arr2D(int ch, const char *name, void **data, int32_t i, int32_t j, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Arr3D(int ch, const char *name, void **data, int32_t i, int32_t j, int32_t k, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Arr1D64(int ch, const char *name, void **data, int64_t i, int64_t count, int64_t *nread);
+SDF_API int Sdf_Read_Arr2D64(int ch, const char *name, void **data, int64_t i, int64_t j, int64_t count, int64_t *nread);
+SDF_API int Sdf_Read_Arr3D64(int ch, const char *name, void **data, int64_t i, int64_t j, int64_t k, int64_t count, int64_t *nread);
+SDF_API int Sdf_Write_Arr1D(int ch, const char *name, const void *data, int32_t i, int32_t count);
+SDF_API int Sdf_Write_Arr2D(int ch, const char *name, const void *data, int32_t i, int32_t j, int32_t count);
+SDF_API int Sdf_Write_Arr3D(int ch, const char *name, const void *data, int32_t i, int32_t j, int32_t k, int32_t count);
+SDF_API int Sdf_Write_Arr1D64(int ch, const char *name, const void *data, int64_t i, int64_t count);
+SDF_API int Sdf_Write_Arr2D64(int ch, const char *name, const void *data, int64_t i, int64_t j, int64_t count);
+SDF_API int Sdf_Write_Arr3D64(int ch, const char *name, const void *data, int64_t i, int64_t j, int64_t k, int64_t count);
+SDF_API int Sdf_Read_Carr1D(int ch, const char *name, char ***strings, int32_t i, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Carr2D(int ch, const char *name, char ***strings, int32_t i, int32_t j, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Carr3D(int ch, const char *name, char ***strings, int32_t i, int32_t j, int32_t k, int32_t count, int32_t *nread);
+SDF_API int Sdf_Read_Carr1D64(int ch, const char *name, char ***strings, int64_t i, int64_t count, int64_t *nread);
+SDF_API int Sdf_Read_Carr2D64(int ch, const char *name, char ***strings, int64_t i, int64_t j, int64_t count, int64_t *nread);
+SDF_API int Sdf_Read_Carr3D64(int ch, const char *name, char ***strings, int64_t i, int64_t j, int64_t k, int64_t count, int64_t *nread);
+SDF_API int Sdf_Write_Carr1D(int ch, const char *name, char *const *strings, int32_t i, int32_t count);
+SDF_API int Sdf_Write_Carr2D(int ch, const char *name, char *const *strings, int32_t i, int32_t j, int32_t count);
+SDF_API int Sdf_Write_Carr3D(int ch, const char *name, char *const *strings, int32_t i, int32_t j, int32_t k, int32_t count);
+SDF_API int Sdf_Write_Carr1D64(int ch, const char *name, char *const *strings, int64_t i, int64_t count);
+SDF_API int Sdf_Write_Carr2D64(int ch, const char *name, char *const *strings, int64_t i, int64_t j, int64_t count);
+SDF_API int Sdf_Write_Carr3D64(int ch, const char *name, char *const *strings, int64_t i, int64_t j, int64_t k, int64_t count);
+
 /* Reads the slice begin..end by step (a step's sign follows the direction;
  * an end is pulled back onto the step's grid) into *data (null: new memory).
  * tr_vec (length in element 0, 0 for none) permutes the dimensions with
@@ -322,6 +361,189 @@ SDF_API int Sdf_Read_CsliceF(int ch, const char *name, char **buffer, int width,
 SDF_API int Sdf_Read_CsliceF64(int ch, const char *name, char **buffer, int width, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t dims[8]);
 SDF_API int Sdf_Write_CsliceF(int ch, const char *name, const char *buffer, int width, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count);
 SDF_API int Sdf_Write_CsliceF64(int ch, const char *name, const char *buffer, int width, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count);
+
+/* ------------------------------------------------------------ helpers */
+
+/* Fills dims with the rank and then `rank` extents given as further
+ * arguments: int32_t values for Sdf_Set_Dims, int64_t values (write them as
+ * such, e.g. (int64_t)3) for Sdf_Set_Dims64. 0; 3021 for a rank outside
+ * 1..7 (nothing read); 4001 for a null array. */
+SDF_API int Sdf_Set_Dims(int rank, int32_t *dims, ...);
+SDF_API int Sdf_Set_Dims64(int rank, int64_t *dims, ...);
+/* The number of elements of a dimension array: the product of its extents
+ * (at most 7 read), 0 for null or a rank below 1, -1 when the product
+ * doesn't fit the result. */
+SDF_API int32_t Sdf_Num_Elem(const int32_t *dims);
+SDF_API int64_t Sdf_Num_Elem64(const int64_t *dims);
+/* As Sdf_Valid_Name, and *index (may be null) gets the position, counting
+ * from 0, of the first character that makes the name invalid: 0 for an empty
+ * name, 512 for a name that is valid but too long, -1 for a valid name. */
+SDF_API int Sdf_Check_Name(const char *name, int *index);
+
+/* ------------------------------------------------- by-reference forms
+ * Every operation that callers in Fortran need has a twin with the suffix
+ * _ref, whose arguments all come by address:
+ *  - the result (the form-1 return value) is also stored in an extra last
+ *    argument `rc` before the lengths;
+ *  - each text argument has a length (size_t, by value) at the end of the
+ *    list, in the order of the text arguments;
+ *  - an input name has trailing blanks cut and is kept to 512 characters:
+ *    a longer one gets "&" as its 512th character and so is invalid (3005);
+ *    other input text has trailing blanks cut; a NUL ends any text early;
+ *  - output text fills the caller's field, blank-padded to its length;
+ *  - start, begin and end arrays and the separate indices i, j, k count
+ *    from 1; dimensions, steps and tr_vec pass as they stand;
+ *  - data buffers are the caller's own arrays: no form allocates except
+ *    those with Alloc or All or ASlice in the name.
+ * Each form also exists under the name a gfortran external procedure
+ * reaches: all lower case with a trailing underscore, e.g. sdf_read_arr1d_ref_
+ * for Sdf_Read_Arr1D_ref. The results and reports are those of form 1. */
+
+/* Sdf_Set_Dims by reference: rank and each extent by address (int32_t, or
+ * int64_t extents for the 64 form), then int *rc. */
+SDF_API int Sdf_Set_Dims_ref(const int32_t *rank, int32_t *dims, ...);
+SDF_API int Sdf_Set_Dims64_ref(const int32_t *rank, int64_t *dims, ...);
+/* Files, channels, options and memory. Sdf_Filename_ref leaves the name
+ * blank for a channel not open (result 0); Sdf_Free_ref takes the pointer
+ * by reference and gives 1 or 0 as Sdf_Free. */
+SDF_API int Sdf_Open_ref(int *ch, const char *path, const char *type, const char *status, const char *intent, int *rc, size_t path_len, size_t type_len, size_t status_len, size_t intent_len);
+SDF_API int Sdf_Close_ref(const int *ch, const char *status, int *rc, size_t status_len);
+SDF_API int Sdf_Refresh_ref(const int *ch, int *rc);
+SDF_API int Sdf_Write_ref(const int *ch, int *rc);
+SDF_API int Sdf_Flush_ref(const int *ch, int *rc);
+SDF_API int Sdf_Filename_ref(const int *ch, char *path, int *rc, size_t path_len);
+SDF_API int Sdf_Is_Open_ref(const char *path, int *ch, int *rc, size_t path_len);
+SDF_API int Sdf_Is_Sdf_ref(const char *path, int *rc, size_t path_len);
+SDF_API int Sdf_Lockfile_Info_ref(const char *path, char *text, int *rc, size_t path_len, size_t text_len);
+SDF_API int Sdf_Delete_Lockfile_ref(const char *path, int *rc, size_t path_len);
+SDF_API int Sdf_Free_ref(void *const *ptr, int *rc);
+SDF_API int Sdf_Set_Opts_ref(const char *text, int *rc, size_t text_len);
+SDF_API int Sdf_Set_Opts_Chan_ref(const int *ch, const char *text, int *rc, size_t text_len);
+SDF_API int Sdf_Get_Opt_ref(const char *option, char *value, int *rc, size_t option_len, size_t value_len);
+SDF_API int Sdf_Get_Opt_Chan_ref(const int *ch, const char *option, char *value, int *rc, size_t option_len, size_t value_len);
+SDF_API int Sdf_Push_ref(const int *mode, int *rc);
+SDF_API int Sdf_Push_Chan_ref(const int *ch, const int *mode, int *rc);
+SDF_API int Sdf_Pop_ref(int *rc);
+SDF_API int Sdf_Pop_Chan_ref(const int *ch, int *rc);
+SDF_API int Sdf_Opt_Depth_ref(int *rc);
+SDF_API int Sdf_Opt_Depth_Chan_ref(const int *ch, int *rc);
+SDF_API int Sdf_Mutex_Lock_ref(const int *ch, const int *mode, int *rc);
+SDF_API int Sdf_Mutex_Unlock_ref(const int *ch, int *rc);
+SDF_API int Sdf_Cache_ref(const int *ch, const int *buffers, const int *buffer_bytes, const int *max_transfer, int *rc);
+
+/* Variables. Sdf_Exists_ref, Sdf_Valid_Name_ref and Sdf_Check_Name_ref
+ * give 1 or 0 as their form 1; Sdf_Check_Name_ref's position counts from 1
+ * (0 for a valid name). Sdf_Num_Elem_ref gives the count in *rc, of the
+ * width of its dimension array. */
+SDF_API int Sdf_Get_Type_ref(const int *ch, const char *name, int *type, int *is_array, int *rc, size_t name_len);
+SDF_API int Sdf_Get_Elen_ref(const int *ch, const char *name, int *elen, int *rc, size_t name_len);
+SDF_API int Sdf_Get_Dims_ref(const int *ch, const char *name, int32_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Get_Dims64_ref(const int *ch, const char *name, int64_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Last_Dim_ref(const int *ch, const char *name, int32_t *extent, int *rc, size_t name_len);
+SDF_API int Sdf_Last_Dim64_ref(const int *ch, const char *name, int64_t *extent, int *rc, size_t name_len);
+SDF_API int Sdf_Put_Dims_ref(const int *ch, const char *name, const int32_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Put_Dims64_ref(const int *ch, const char *name, const int64_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Get_Val_ref(const int *ch, const char *name, void *value, int *rc, size_t name_len);
+SDF_API int Sdf_Put_Val_ref(const int *ch, const char *name, const void *value, int *rc, size_t name_len);
+SDF_API int Sdf_Get_Cval_ref(const int *ch, const char *name, char *text, int *length, int *rc, size_t name_len, size_t text_len);
+SDF_API int Sdf_Put_Cval_ref(const int *ch, const char *name, const char *text, int *rc, size_t name_len, size_t text_len);
+SDF_API int Sdf_Write_Var_ref(const int *ch, const char *name, const int *type, const void *value, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Write_Char_ref(const int *ch, const char *name, const char *text, const char *desc, int *rc, size_t name_len, size_t text_len, size_t desc_len);
+SDF_API int Sdf_Get_Units_ref(const int *ch, const char *name, char *text, int *rc, size_t name_len, size_t text_len);
+SDF_API int Sdf_Get_Desc_ref(const int *ch, const char *name, char *text, int *rc, size_t name_len, size_t text_len);
+SDF_API int Sdf_Put_Units_ref(const int *ch, const char *name, const char *text, int *rc, size_t name_len, size_t text_len);
+SDF_API int Sdf_Put_Desc_ref(const int *ch, const char *name, const char *text, int *rc, size_t name_len, size_t text_len);
+SDF_API int Sdf_Where_ref(const char *name, void * *address, int *rc, size_t name_len);
+SDF_API int Sdf_Where_Chan_ref(const int *ch, const char *name, void * *address, int *rc, size_t name_len);
+SDF_API int Sdf_Exists_ref(const int *ch, const char *name_or_template, int *rc, size_t name_or_template_len);
+SDF_API int Sdf_Valid_Name_ref(const char *name, int *rc, size_t name_len);
+SDF_API int Sdf_Check_Name_ref(const char *name, int *position, int *rc, size_t name_len);
+SDF_API int Sdf_Delete_ref(const int *ch, const char *name_or_template, int *rc, size_t name_or_template_len);
+SDF_API int32_t Sdf_Num_Elem_ref(const int32_t *dims, int32_t *rc);
+SDF_API int64_t Sdf_Num_Elem64_ref(const int64_t *dims, int64_t *rc);
+
+/* Lists as fields. Sdf_List_ref and Sdf_Tag_List_ref copy at most nfields
+ * names (and tag values) into the field arrays, blank-padded to the field
+ * length, and set *count to the number of all matches. The Alloc forms
+ * allocate count x width bytes of fields for each list instead (null for no
+ * match), to give back with Sdf_Free. */
+SDF_API int Sdf_List_ref(const int *ch, const char *templ, char *names, const int *nfields, int *count, int *rc, size_t templ_len, size_t names_len);
+SDF_API int Sdf_Tag_List_ref(const int *ch, const char *templ, const char *tags, char *names, char *values, const int *nfields, int *count, int *rc, size_t templ_len, size_t tags_len, size_t names_len, size_t values_len);
+SDF_API int Sdf_List_Alloc_ref(const int *ch, const char *templ, void **names, const int *width, int *count, int *rc, size_t templ_len);
+SDF_API int Sdf_Tag_List_Alloc_ref(const int *ch, const char *templ, const char *tags, void **names, void **values, const int *width, int *count, int *rc, size_t templ_len, size_t tags_len);
+
+/* Arrays. start counts from 1 and comes back moved, counting from 1; dims
+ * is passed as it stands. Data is read into the caller's buffer, which must
+ * hold count elements (never null: 4001). Character arrays are fields of
+ * the text argument's length (the width), read and written as the F forms
+ * do. Sdf_Read_Alloc_ref sets *data null, then reads into memory the library
+ * allocates: as fields of clen bytes when clen > 0, else as elements; give
+ * it back with Sdf_Free (on an internal file an element read lends a
+ * pointer into the array instead, as Sdf_Read_Array does). */
+SDF_API int Sdf_Define_Array_ref(const int *ch, const char *name, const int *type, const int *clen, const int32_t *dims, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Array_ref(const int *ch, const char *name, void *data, int32_t *start, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Array_ref(const int *ch, const char *name, const void *data, int32_t *start, const int32_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carray_ref(const int *ch, const char *name, char *fields, int32_t *start, const int32_t *count, int32_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carray_ref(const int *ch, const char *name, const char *fields, int32_t *start, const int32_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_Alloc_ref(const int *ch, const char *name, void **data, const int *clen, int32_t *start, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Define_Array64_ref(const int *ch, const char *name, const int *type, const int *clen, const int64_t *dims, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Array64_ref(const int *ch, const char *name, void *data, int64_t *start, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Array64_ref(const int *ch, const char *name, const void *data, int64_t *start, const int64_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carray64_ref(const int *ch, const char *name, char *fields, int64_t *start, const int64_t *count, int64_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carray64_ref(const int *ch, const char *name, const char *fields, int64_t *start, const int64_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_Alloc64_ref(const int *ch, const char *name, void **data, const int *clen, int64_t *start, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+
+/* The fixed-rank forms by reference: i, j, k count from 1; d1, d2, d3 are
+ * extents. Sdf_Read_AllND_ref is Sdf_Read_Alloc_ref at the indices. */
+SDF_API int Sdf_Define_Arr1D_ref(const int *ch, const char *name, const int *type, const int *clen, const int32_t *d1, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Arr1D_ref(const int *ch, const char *name, void *data, const int32_t *i, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Arr1D_ref(const int *ch, const char *name, const void *data, const int32_t *i, const int32_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carr1D_ref(const int *ch, const char *name, char *fields, const int32_t *i, const int32_t *count, int32_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carr1D_ref(const int *ch, const char *name, const char *fields, const int32_t *i, const int32_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_All1D_ref(const int *ch, const char *name, void **data, const int *clen, const int32_t *i, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Define_Arr2D_ref(const int *ch, const char *name, const int *type, const int *clen, const int32_t *d1, const int32_t *d2, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Arr2D_ref(const int *ch, const char *name, void *data, const int32_t *i, const int32_t *j, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Arr2D_ref(const int *ch, const char *name, const void *data, const int32_t *i, const int32_t *j, const int32_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carr2D_ref(const int *ch, const char *name, char *fields, const int32_t *i, const int32_t *j, const int32_t *count, int32_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carr2D_ref(const int *ch, const char *name, const char *fields, const int32_t *i, const int32_t *j, const int32_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_All2D_ref(const int *ch, const char *name, void **data, const int *clen, const int32_t *i, const int32_t *j, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Define_Arr3D_ref(const int *ch, const char *name, const int *type, const int *clen, const int32_t *d1, const int32_t *d2, const int32_t *d3, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Arr3D_ref(const int *ch, const char *name, void *data, const int32_t *i, const int32_t *j, const int32_t *k, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Arr3D_ref(const int *ch, const char *name, const void *data, const int32_t *i, const int32_t *j, const int32_t *k, const int32_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carr3D_ref(const int *ch, const char *name, char *fields, const int32_t *i, const int32_t *j, const int32_t *k, const int32_t *count, int32_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carr3D_ref(const int *ch, const char *name, const char *fields, const int32_t *i, const int32_t *j, const int32_t *k, const int32_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_All3D_ref(const int *ch, const char *name, void **data, const int *clen, const int32_t *i, const int32_t *j, const int32_t *k, const int32_t *count, int32_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Define_Arr1D64_ref(const int *ch, const char *name, const int *type, const int *clen, const int64_t *d1, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Arr1D64_ref(const int *ch, const char *name, void *data, const int64_t *i, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Arr1D64_ref(const int *ch, const char *name, const void *data, const int64_t *i, const int64_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carr1D64_ref(const int *ch, const char *name, char *fields, const int64_t *i, const int64_t *count, int64_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carr1D64_ref(const int *ch, const char *name, const char *fields, const int64_t *i, const int64_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_All1D64_ref(const int *ch, const char *name, void **data, const int *clen, const int64_t *i, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Define_Arr2D64_ref(const int *ch, const char *name, const int *type, const int *clen, const int64_t *d1, const int64_t *d2, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Arr2D64_ref(const int *ch, const char *name, void *data, const int64_t *i, const int64_t *j, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Arr2D64_ref(const int *ch, const char *name, const void *data, const int64_t *i, const int64_t *j, const int64_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carr2D64_ref(const int *ch, const char *name, char *fields, const int64_t *i, const int64_t *j, const int64_t *count, int64_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carr2D64_ref(const int *ch, const char *name, const char *fields, const int64_t *i, const int64_t *j, const int64_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_All2D64_ref(const int *ch, const char *name, void **data, const int *clen, const int64_t *i, const int64_t *j, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Define_Arr3D64_ref(const int *ch, const char *name, const int *type, const int *clen, const int64_t *d1, const int64_t *d2, const int64_t *d3, const char *units, const char *desc, int *rc, size_t name_len, size_t units_len, size_t desc_len);
+SDF_API int Sdf_Read_Arr3D64_ref(const int *ch, const char *name, void *data, const int64_t *i, const int64_t *j, const int64_t *k, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Arr3D64_ref(const int *ch, const char *name, const void *data, const int64_t *i, const int64_t *j, const int64_t *k, const int64_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Carr3D64_ref(const int *ch, const char *name, char *fields, const int64_t *i, const int64_t *j, const int64_t *k, const int64_t *count, int64_t *nread, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Carr3D64_ref(const int *ch, const char *name, const char *fields, const int64_t *i, const int64_t *j, const int64_t *k, const int64_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_All3D64_ref(const int *ch, const char *name, void **data, const int *clen, const int64_t *i, const int64_t *j, const int64_t *k, const int64_t *count, int64_t *nread, int *rc, size_t name_len);
+
+/* Slices by reference: begin and end count from 1; step and tr_vec pass as
+ * they stand; Sdf_Read_ASlice_ref allocates as Sdf_Read_Alloc_ref does. */
+SDF_API int Sdf_Read_Slice_ref(const int *ch, const char *name, void *data, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int32_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Slice_ref(const int *ch, const char *name, const void *data, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Cslice_ref(const int *ch, const char *name, char *fields, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int32_t *dims, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Cslice_ref(const int *ch, const char *name, const char *fields, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_ASlice_ref(const int *ch, const char *name, void **data, const int *clen, const int32_t *begin, const int32_t *end, const int32_t *step, const int32_t *tr_vec, int32_t *count, int32_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Slice64_ref(const int *ch, const char *name, void *data, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t *dims, int *rc, size_t name_len);
+SDF_API int Sdf_Write_Slice64_ref(const int *ch, const char *name, const void *data, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int *rc, size_t name_len);
+SDF_API int Sdf_Read_Cslice64_ref(const int *ch, const char *name, char *fields, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t *dims, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Write_Cslice64_ref(const int *ch, const char *name, const char *fields, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int *rc, size_t name_len, size_t fields_len);
+SDF_API int Sdf_Read_ASlice64_ref(const int *ch, const char *name, void **data, const int *clen, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t *dims, int *rc, size_t name_len);
 
 #ifdef __cplusplus
 }
