@@ -8,6 +8,9 @@
 #pragma once
 
 #include <array>
+#include <vector>
+
+#include <pugixml.hpp>
 
 #include "zeltra/helper_base.h"
 #include "zeltra/interfaces.h"
@@ -131,12 +134,14 @@ private:
 }  // namespace MOSAQ::Portals
 
 // Adds to PortalImpl the XML walk over a file and the portal's own tag
-// definition file (mode "portal").
+// definition file (mode "portal"). Every step of the walk is virtual, so a
+// portal for a solver's dialect overrides one step and keeps the rest.
 class MOSAQ_EXPORT xmlPortal : public MOSAQ::Portals::PortalImpl {
 public:
     xmlPortal(MOSAQ::Portals::IPortalHost* host, const MOSAQ::String& name);
 
     MOSAQ::String getName() override { return name; }
+    // Both show an XML file as groups of rows (see parseNode).
     bool parseInputFile(const MOSAQ::String& path, void* opaque,
                         std::list<MOSAQ::Portals::ItemGroup>& groups,
                         MOSAQ::String& errors) override;
@@ -158,25 +163,96 @@ public:
     int readOutputTags(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
                        std::list<MOSAQ::Portals::TagData>& tags,
                        MOSAQ::StringStringMap& outputs, MOSAQ::String& errors) override;
+    // The modules' inputs first, then the design's values into the XML inputs
+    // that have a tag file of the portal's own.
+    bool processInputs(const MOSAQ::StringStringMap& data, void* opaque,
+                       MOSAQ::String& errors) override;
 
-    // The portal's own tag definition file: written for mode "portal", read
-    // before the modules are asked; negative when the file isn't the portal's.
+    // --- the walk ---------------------------------------------------------------
+    // An element with element children becomes a group: of rows when its first
+    // child is a leaf, of sub-groups otherwise. Groups without content are
+    // dropped. withSiblings walks the following siblings too.
+    virtual bool parseNode(pugi::xml_node node, std::list<MOSAQ::Portals::ItemGroup>& groups,
+                           MOSAQ::String& errors, bool withSiblings);
+    // Rows for node and its following siblings; the leaves below a non-leaf
+    // sibling land in the same group.
+    virtual bool collectLeaves(pugi::xml_node node, MOSAQ::Portals::ItemGroup& group,
+                               MOSAQ::String& errors);
+    virtual bool isLeaf(pugi::xml_node node);        // its first child is text
+    virtual bool isNamespaced(pugi::xml_node node);  // its name holds a colon
+    virtual void groupCreated(MOSAQ::Portals::ItemGroup& group, const MOSAQ::String& elementName);
+    virtual MOSAQ::Portals::PropertyItem makeItem(pugi::xml_node node);
+    virtual MOSAQ::String itemKindFor(const MOSAQ::Portals::ItemGroup& group,
+                                      const MOSAQ::String& childName);
+    // The attribute "name" when it has a value, else the element's name.
+    virtual MOSAQ::String nodeLabel(pugi::xml_node node);
+    virtual bool acceptDocument(pugi::xml_node root, int unused);
+
+    // --- the tag definition file, hooks -------------------------------------------
+    // "paramName", "paramType", then the properties: plain ones as attributes,
+    // "Prop" and "PortalData" ones as child elements.
+    virtual void writeTagNodeAttributes(pugi::xml_node tagNode,
+                                        const MOSAQ::Portals::TagData& tag);
+    // False keeps a property of that name out of the file.
+    virtual bool acceptProp(const MOSAQ::String& name);
+    virtual bool acceptPortalData(const MOSAQ::String& name);
+    virtual bool reservedAccept1() { return true; }
+    virtual bool reservedAccept2() { return true; }
+    // -1 writes the document in any case, 0 only when "Portal" got a child,
+    // anything else not at all.
+    virtual int checkTagDocument(pugi::xml_document& document, const MOSAQ::StringStringMap& data,
+                                 MOSAQ::StringStringMap& outputs);
+    // Runs after the tags of a file were read.
+    virtual void tagDataRead(pugi::xml_document& document, const MOSAQ::StringStringMap& data,
+                             std::list<MOSAQ::Portals::TagData>& tags,
+                             MOSAQ::StringStringMap& outputs);
+
+    // --- values in XML documents -----------------------------------------------------
+    // Sets the text of the element at path (below the document element, "."
+    // between the entries); false if there is no such element.
+    virtual bool setNodeValue(const MOSAQ::StringList& path, pugi::xml_document& document,
+                              const MOSAQ::String& value);
+    // The numbers in the text of the element at path: one per line, or the
+    // whole text as one. False if there is no such element or it has no text.
+    virtual bool getNodeValues(const MOSAQ::String& path, pugi::xml_document& document,
+                               std::vector<double>& values, const char& separator);
+    virtual bool getNodeValuesAt(const MOSAQ::StringList& path, pugi::xml_document& document,
+                                 std::vector<double>& values);
+    // Where a stored parse of file lies (parsedPath) and whether it has to be
+    // made anew. MQT_<NAME>_PARSE_INPUT / _OUTPUT name a stored parse to use
+    // whatever its age.
+    virtual bool needsParse(const MOSAQ::String& file, MOSAQ::String& parsedPath,
+                            const MOSAQ::StringStringMap& data, bool input,
+                            MOSAQ::String& errors, bool checkContents);
+
+    // --- the portal's own tag definition file ----------------------------------------
+    // 0 when tags were read; -1 when the file isn't the portal's, holds no
+    // tag or can't be read.
+    virtual int readTagData(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
+                            std::list<MOSAQ::Portals::TagData>& tags,
+                            MOSAQ::StringStringMap& outputs, bool input, MOSAQ::String& errors);
+    // The "Key" and "tag" elements of the tags of mode "portal", below parent.
+    virtual void writeTagNodes(const std::list<MOSAQ::Portals::TagData>& tags,
+                               pugi::xml_node parent);
+    // Writes the file into "destDir" and tells the host its name in outputs;
+    // true when no failure was added to errors.
     virtual bool writeTagDefinition(const MOSAQ::String& fileName,
                                     const std::list<MOSAQ::Portals::TagData>& tags,
                                     const MOSAQ::StringStringMap& data,
-                                    MOSAQ::StringStringMap& outputs, MOSAQ::String& errors,
-                                    bool isInput);
-    virtual int readTagData(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
-                            std::list<MOSAQ::Portals::TagData>& tags,
-                            MOSAQ::StringStringMap& outputs, MOSAQ::String& errors,
-                            bool isInput);
+                                    MOSAQ::StringStringMap& outputs, bool input,
+                                    MOSAQ::String& errors);
+    // "P_in_" or "P_out_", the analysis name, "_" and the tagged file's name.
+    virtual MOSAQ::String tagFileName(const MOSAQ::String& fileName,
+                                      const MOSAQ::StringStringMap& data, bool input);
+    virtual bool showsProgress() { return false; }
 
 private:
     MOSAQ::String name;
 };
 
 // The portal to a solver that leaves its results in SDF files. Its input
-// files are tagged by the modules only; its outputs are read from SDF.
+// files are tagged by the modules only; its outputs are listed and read
+// through the SDF library, each file opened read-only for one operation.
 class MOSAQ_EXPORT zeltrasdfPortal : public xmlPortal {
 public:
     explicit zeltrasdfPortal(MOSAQ::Portals::IPortalHost* host);
@@ -184,6 +260,8 @@ public:
     bool parseInputFile(const MOSAQ::String& path, void* opaque,
                         std::list<MOSAQ::Portals::ItemGroup>& groups,
                         MOSAQ::String& errors) override;
+    // One group "Variables" with a row per readable scalar, 1-D array and
+    // column of a 2-D array ("<name>__Col<c>").
     bool parseOutputFile(const MOSAQ::String& path, void* opaque,
                          std::list<MOSAQ::Portals::ItemGroup>& groups,
                          MOSAQ::String& errors) override;
@@ -194,4 +272,18 @@ public:
     int readInputTags(const MOSAQ::String& tagFile, const MOSAQ::StringStringMap& data,
                       std::list<MOSAQ::Portals::TagData>& tags, MOSAQ::StringStringMap& outputs,
                       MOSAQ::String& errors) override;
+    // The modules alone: the portal writes no values into XML inputs.
+    bool processInputs(const MOSAQ::StringStringMap& data, void* opaque,
+                       MOSAQ::String& errors) override;
+    // Reports the values of each tagged variable; the first that can't be read
+    // ends it with false.
+    bool extractResponses(const MOSAQ::String& file, const MOSAQ::StringStringMap& data,
+                          const std::list<MOSAQ::Portals::TagData>& tags,
+                          MOSAQ::String& errors) override;
+
+private:
+    // The values of a variable, or of one column of a 2-D one, on an open
+    // channel: into numbers, or as display text when wantDisplay is set.
+    bool readVariable(int channel, const MOSAQ::String& name, std::vector<double>& numbers,
+                      MOSAQ::String& display, bool wantDisplay, MOSAQ::String& errors);
 };
