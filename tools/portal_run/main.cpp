@@ -1,13 +1,23 @@
-// portal-run: plays the host for a portal plug-in without the design
-// exploration host. It loads the plug-in with dlopen, creates the portal by
-// name and, for now, shows what the plug-in offers.
-#include <dlfcn.h>
+// portal-run: plays the host for the portal plug-in. Reads a study file,
+// makes its designs and runs each through the portal and the solver; see
+// docs/study-format.md. This file is the command line only: options, the
+// help text and the exit codes.
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <filesystem>
+#include <string>
 
-#include "zeltra/interfaces.h"
+#include "console.h"
+#include "designs.h"
+#include "host.h"
+#include "plugin.h"
+#include "process.h"
+#include "results.h"
+#include "study.h"
+#include "study_run.h"
 
 #ifndef ZELTRA_DEFAULT_PLUGIN
 #define ZELTRA_DEFAULT_PLUGIN "libzeltrasdf.so"
@@ -15,100 +25,205 @@
 
 namespace {
 
-using MOSAQ::String;
-using MOSAQ::StringList;
-using MOSAQ::StringStringMap;
+using namespace portalrun;
 
-const char* levelWord(int level) {
-    switch (level) {
-        case 2: return "error";
-        case 4: return "warning";
-        case 16: return "output";
-        default: return "note";
-    }
-}
+constexpr const char* kNoReadLockVar = "SDF_NO_READ_LOCK";
 
-// A host that prints what the portal tells it and answers settings from the
-// command line.
-class ConsoleHost : public MOSAQ::Portals::IPortalHost {
-public:
-    bool verbose = false;
-    void logMessage(const String& text, const String&, int evalId, int level) override {
-        std::fprintf(level == 2 ? stderr : stdout, "[%s] design %d: %s\n", levelWord(level),
-                     evalId, text.c_str());
-    }
-    void reportProgress(int, int, const String&, int) override {}
-    void resolveFolder(const String&, StringList&, String& folder,
-                       const StringStringMap& substitutions) override {
-        auto it = substitutions.find("sub");
-        folder = it == substitutions.end() ? "." : it->second;
-    }
-    String getInstallFolder() override { return "."; }
-    String getSetting(const String& key, const String& defaultValue) override {
-        if (key == "verbose") return verbose ? "true" : "false";
-        return defaultValue;
-    }
-    MOSAQ::IExtension* findExtension(const String&) override { return nullptr; }
+const char* const kUsage =
+    "usage: portal-run [options] STUDY.toml\n"
+    "\n"
+    "Runs a study: every design of the study file goes through the portal\n"
+    "plug-in and the solver in a run folder of its own, and the results end up\n"
+    "in RUNS/results.csv with a summary. A re-run goes on where the last one\n"
+    "stopped: designs already done are skipped.\n"
+    "\n"
+    "options:\n"
+    "  -j, --jobs N      run N designs at a time (default 1), each in a process\n"
+    "                    of its own with its own portal\n"
+    "  --plugin PATH     the portal plug-in to load (default: the one built\n"
+    "                    with portal-run: " ZELTRA_DEFAULT_PLUGIN ")\n"
+    "  --runs DIR        folder for the run folders and results, instead of the\n"
+    "                    study's [study] runs (default \"runs\" beside the study)\n"
+    "  --verbose         the host setting verbose = true: the portal logs its steps\n"
+    "  --set KEY=VALUE   a host setting, over the study's [settings]\n"
+    "  --retry-failed    run designs that failed in an earlier run again\n"
+    "  --fresh           remove earlier run folders and results first\n"
+    "  --dry-run         list the designs and stop\n"
+    "  --read-locks      let the portal take SDF read locks on the outputs (off:\n"
+    "                    the solver has ended before they are read)\n"
+    "  -q, --quiet       show only errors and warnings\n"
+    "  -h, --help        this text\n"
+    "\n"
+    "A small study file:\n"
+    "\n"
+    "  [solver]\n"
+    "  command = \"${study_dir}/solve.sh deck.inp\"   # run by /bin/sh in the run folder\n"
+    "  time_limit = 60                              # seconds per design\n"
+    "\n"
+    "  [[parameters]]\n"
+    "  name = \"length\"\n"
+    "  from = 1.0\n"
+    "  to = 2.0\n"
+    "  step = 0.5\n"
+    "\n"
+    "  [[inputs]]\n"
+    "  file = \"deck.inp\"\n"
+    "  tags = \"M_in_beam_deck.inp\"\n"
+    "\n"
+    "  [[outputs]]\n"
+    "  file = \"results.txt\"\n"
+    "  tags = \"M_out_beam_results.txt\"\n"
+    "\n"
+    "  [[responses]]\n"
+    "  name = \"deflection\"\n"
+    "\n"
+    "[design] method = \"grid\" (default), \"list\" or \"lhs\" (with samples and\n"
+    "seed). All keys: docs/study-format.md.\n"
+    "\n"
+    "A design fails, and the study goes on, when the solver exits with a code\n"
+    "other than 0, passes the time limit, prints an \"ERROR:\" message, or a\n"
+    "response can't be read. Each run folder keeps the solver's output, the\n"
+    "portal's log and result.toml with the reason.\n"
+    "\n"
+    "exit codes:\n"
+    "  0    every design finished ok\n"
+    "  1    the study ran, and at least one design failed\n"
+    "  2    bad command line\n"
+    "  3    the study file can't be read or is invalid\n"
+    "  4    the plug-in can't be loaded or has no such portal\n"
+    "  5    a run folder or the results can't be written\n"
+    "  130  interrupted; a re-run goes on from there\n";
+
+struct Options {
+    std::string study;
+    std::string plugin = ZELTRA_DEFAULT_PLUGIN;
+    std::string runs;
+    std::map<std::string, std::string> settings;
+    RunOptions run;
+    bool dryRun = false;
+    bool quiet = false;
+    bool readLocks = false;
 };
 
-void usage(FILE* out) {
-    std::fprintf(out,
-                 "usage: portal-run [--plugin PATH] [--portal NAME] [--verbose]\n"
-                 "\n"
-                 "Loads a portal plug-in (by default the one built beside this tool),\n"
-                 "creates the portal NAME (default ZeltraSDF) and shows what it offers.\n"
-                 "\n"
-                 "exit codes: 0 success, 1 the plug-in or the portal could not be had,\n"
-                 "            2 bad command line\n");
+int usageError(const std::string& what) {
+    std::fprintf(stderr, "portal-run: %s\nTry 'portal-run --help'.\n", what.c_str());
+    return kExitUsage;
+}
+
+// 0 to go on, else the exit code; -1 for --help.
+int parseArgs(int argc, char** argv, Options& o) {
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        std::string value;
+        const bool takesValue = a == "-j" || a == "--jobs" || a == "--plugin" || a == "--runs" ||
+                                a == "--set";
+        if (auto eq = a.find('='); a.rfind("--", 0) == 0 && eq != std::string::npos) {
+            value = a.substr(eq + 1);
+            a = a.substr(0, eq);
+        } else if (takesValue) {
+            if (i + 1 >= argc) return usageError(a + " needs a value");
+            value = argv[++i];
+        }
+        if (a == "-h" || a == "--help") return -1;
+        if (a == "-j" || a == "--jobs") {
+            char* end = nullptr;
+            long n = std::strtol(value.c_str(), &end, 10);
+            if (value.empty() || *end || n < 1 || n > 256)
+                return usageError("--jobs needs a number from 1 to 256, not '" + value + "'");
+            o.run.jobs = static_cast<int>(n);
+        } else if (a == "--plugin") {
+            o.plugin = value;
+        } else if (a == "--runs") {
+            o.runs = value;
+        } else if (a == "--set") {
+            auto eq = value.find('=');
+            if (eq == 0 || eq == std::string::npos) return usageError("--set needs KEY=VALUE");
+            o.settings[value.substr(0, eq)] = value.substr(eq + 1);
+        } else if (a == "--verbose") {
+            o.settings["verbose"] = "true";
+        } else if (a == "--retry-failed") {
+            o.run.retryFailed = true;
+        } else if (a == "--fresh") {
+            o.run.fresh = true;
+        } else if (a == "--dry-run") {
+            o.dryRun = true;
+        } else if (a == "--read-locks") {
+            o.readLocks = true;
+        } else if (a == "-q" || a == "--quiet") {
+            o.quiet = true;
+        } else if (a.size() > 1 && a[0] == '-') {
+            return usageError("unknown option '" + a + "'");
+        } else if (!o.study.empty()) {
+            return usageError("one study at a time: '" + o.study + "' and '" + a + "'");
+        } else {
+            o.study = a;
+        }
+    }
+    if (o.study.empty()) return usageError("no study file given");
+    return 0;
+}
+
+void listDesigns(const Study& study, const std::vector<Design>& designs) {
+    std::printf("design");
+    for (const Parameter& p : study.parameters) std::printf(",%s", csvField(p.name).c_str());
+    std::printf("\n");
+    for (const Design& d : designs) {
+        std::printf("%d", d.number);
+        for (const std::string& v : parameterTexts(d)) std::printf(",%s", csvField(v).c_str());
+        std::printf("\n");
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    String plugin = ZELTRA_DEFAULT_PLUGIN;
-    String portalName = "ZeltraSDF";
-    ConsoleHost host;
-    for (int i = 1; i < argc; ++i) {
-        const char* a = argv[i];
-        if (!std::strcmp(a, "--help") || !std::strcmp(a, "-h")) {
-            usage(stdout);
-            return 0;
-        } else if (!std::strcmp(a, "--plugin") && i + 1 < argc) {
-            plugin = argv[++i];
-        } else if (!std::strcmp(a, "--portal") && i + 1 < argc) {
-            portalName = argv[++i];
-        } else if (!std::strcmp(a, "--verbose")) {
-            host.verbose = true;
-        } else {
-            std::fprintf(stderr, "portal-run: unknown argument '%s'\n", a);
-            usage(stderr);
-            return 2;
-        }
+    Options o;
+    if (int rc = parseArgs(argc, argv, o); rc != 0) {
+        if (rc > 0) return rc;
+        std::fputs(kUsage, stdout);
+        return kExitOk;
+    }
+    Study study;
+    std::vector<Design> designs;
+    try {
+        study = loadStudy(o.study);
+        if (!o.runs.empty()) study.runs = std::filesystem::absolute(o.runs).lexically_normal().string();
+        designs = generateDesigns(study);
+    } catch (const StudyError& e) {
+        std::fprintf(stderr, "portal-run: %s\n", e.what());
+        return kExitStudy;
+    }
+    if (o.dryRun) {
+        listDesigns(study, designs);
+        return kExitOk;
+    }
+    o.run.settings = study.settings;
+    for (const auto& [k, v] : o.settings) o.run.settings[k] = v;
+
+    // A design's outputs are read only after its solver's whole process group
+    // has ended, so a read lock guards nothing there; it would cost each
+    // design the SDF library's 10 ms wait before every lock step. The solver
+    // itself never sees the switch (runCommand drops it).
+    if (!o.readLocks && !std::getenv(kNoReadLockVar)) {
+        ::setenv(kNoReadLockVar, "1", 1);
+        keepFromSolvers(kNoReadLockVar);
     }
 
-    void* handle = ::dlopen(plugin.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!handle) {
-        std::fprintf(stderr, "portal-run: cannot load plug-in: %s\n", ::dlerror());
-        return 1;
+    Plugin plugin;
+    std::string error;
+    if (!plugin.open(o.plugin, error)) {
+        std::fprintf(stderr, "portal-run: %s\n", error.c_str());
+        return kExitPlugin;
     }
-    auto factory = reinterpret_cast<PortalFactoryFn>(::dlsym(handle, "portalFactory"));
-    if (!factory) {
-        std::fprintf(stderr, "portal-run: %s exports no portalFactory\n", plugin.c_str());
-        ::dlclose(handle);
-        return 1;
-    }
-    int rc = 0;
     {
-        std::unique_ptr<MOSAQ::Portals::IPortal> portal(factory(&host, portalName, nullptr));
-        if (!portal) {
-            std::fprintf(stderr, "portal-run: the plug-in has no portal named '%s'\n",
-                         portalName.c_str());
-            rc = 1;
-        } else {
-            std::printf("plug-in: %s\nportal:  %s\ntype:    %s\n", plugin.c_str(),
-                        portal->getName().c_str(), portal->getType().c_str());
+        // Asked once here so a wrong name fails before any run folder exists.
+        RunHost probe(study, o.run.settings, plugin.folder(), nullptr);
+        if (!plugin.create(probe, study.portal)) {
+            std::fprintf(stderr, "portal-run: the plug-in %s has no portal named '%s'\n",
+                         o.plugin.c_str(), study.portal.c_str());
+            return kExitPlugin;
         }
     }
-    ::dlclose(handle);
-    return rc;
+    Console console(o.quiet, ::isatty(2) == 1);
+    return runStudy(study, designs, plugin, o.run, console);
 }

@@ -1,0 +1,40 @@
+// Running a whole study: which designs are already done, a worker process
+// per design (at most `jobs` at a time, each with a portal object of its
+// own), their log lines brought to the terminal, and the CSV and summary at
+// the end. Designs never share a process, so a portal that crashes takes one
+// design with it and the study goes on.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "console.h"
+#include "designs.h"
+#include "plugin.h"
+#include "study.h"
+
+namespace portalrun {
+
+// Exit codes of portal-run.
+enum ExitCode {
+    kExitOk = 0,
+    kExitDesignsFailed = 1,
+    kExitUsage = 2,
+    kExitStudy = 3,
+    kExitPlugin = 4,
+    kExitWrite = 5,
+    kExitInterrupted = 130,
+};
+
+struct RunOptions {
+    int jobs = 1;
+    bool retryFailed = false;
+    bool fresh = false;
+    std::map<std::string, std::string> settings;  // the study's with the command line's over them
+};
+
+int runStudy(const Study& study, const std::vector<Design>& designs, const Plugin& plugin,
+             const RunOptions& options, Console& console);
+
+}  // namespace portalrun
