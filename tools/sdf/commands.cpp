@@ -132,8 +132,11 @@ int cmdInfo(const Args& a) {
     std::printf("chunks:      %d of %d bytes (%lld bytes), %d unused\n", fi[5], fi[4],
                 static_cast<long long>(fi[5]) * fi[4], fi[6]);
     if (raw.ok) std::printf("modified:    %s\n", utcText(raw.modified).c_str());
-    std::printf("variables:   %zu (%zu scalars, %zu strings, %zu arrays", names.size(), scalars, strings,
-                arrays);
+    auto count = [](size_t n, const char* one, const char* many) {
+        return std::to_string(n) + " " + (n == 1 ? one : many);
+    };
+    std::printf("variables:   %zu (%s, %s, %s", names.size(), count(scalars, "scalar", "scalars").c_str(),
+                count(strings, "string", "strings").c_str(), count(arrays, "array", "arrays").c_str());
     if (unreadable) std::printf(", %zu unreadable", unreadable);
     std::printf(")\n");
     std::printf("lock:        %s\n", lockText(path).c_str());

@@ -200,7 +200,7 @@ TEST_F(SdfTool, InfoAndListShowWhatTheFileHolds) {
     Outcome info = tool("info " + file_);
     ASSERT_EQ(info.code, 0) << info.err;
     EXPECT_NE(info.out.find("SDF 3.0"), std::string::npos);
-    EXPECT_NE(info.out.find("9 (5 scalars, 1 strings, 3 arrays)"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("9 (5 scalars, 1 string, 3 arrays)"), std::string::npos) << info.out;
 
     Outcome ls = tool("ls " + file_ + " 't*'");
     ASSERT_EQ(ls.code, 0) << ls.err;
