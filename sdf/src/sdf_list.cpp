@@ -21,13 +21,14 @@ ventry* row_at(const vars* v, int p) { return &v->rows[v->key[p]]; }
 
 // One allocation of pointers and strings, registered; null when out of memory.
 char** pack(const std::vector<const char*>& texts, const char* tag) {
+    std::vector<size_t> lengths(texts.size());
     size_t bytes = (texts.size() + 1) * sizeof(char*);
-    for (const char* t : texts) bytes += strlen(t) + 1;
+    for (size_t i = 0; i < texts.size(); i++) bytes += (lengths[i] = strlen(texts[i]) + 1);
     auto** list = static_cast<char**>(sdf_register(ZU_allocMem(bytes, tag)));
     if (!list) return nullptr;
     char* at = reinterpret_cast<char*>(list + texts.size() + 1);
     for (size_t i = 0; i < texts.size(); i++) {
-        const size_t n = strlen(texts[i]) + 1;
+        const size_t n = lengths[i];
         memcpy(at, texts[i], n);
         list[i] = at;
         at += n;
@@ -36,13 +37,23 @@ char** pack(const std::vector<const char*>& texts, const char* tag) {
     return list;
 }
 
+// Whether a template, once prefixed, is the bare "*": it becomes "^.*$",
+// which every text matches, so the matcher need not run over the table.
+bool matches_all(const fcb* f, const char* templ) {
+    char full[SDF_MAX_NAME + 2];
+    sdf_apply_prefix(f, templ, full);
+    return full[0] == '*' && full[1] == '\0';
+}
+
 // The names that match a template, in table order.
 int matches(fcb* f, const char* routine, const char* templ, std::vector<ventry*>* out) {
     unsigned char buf[ZU_PAT_BUFSIZE];
     if (int rc = sdf_compile_template(f, routine, templ, buf)) return rc;
     const vars* v = f->file->vars;
+    const bool all = matches_all(f, templ);
+    if (all) out->reserve(static_cast<size_t>(v->count));
     for (int p = 0; p < v->count; p++)
-        if (sdf_match_name(f, row_at(v, p)->name, buf)) out->push_back(row_at(v, p));
+        if (all || sdf_match_name(f, row_at(v, p)->name, buf)) out->push_back(row_at(v, p));
     return 0;
 }
 
@@ -102,6 +113,7 @@ int list_core(fcb* f, const char* templ, char*** list, int* count) {
     std::vector<ventry*> rows;
     if (int rc = matches(f, R, templ, &rows)) return rc;
     std::vector<const char*> names;
+    names.reserve(rows.size());
     for (ventry* row : rows) names.push_back(row->name);
     *list = pack(names, "sdf_list:list");
     if (!*list) return sdf_error(R, 3025, "list");

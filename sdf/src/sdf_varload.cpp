@@ -9,6 +9,7 @@
 // claimed twice, and no block may hold more live slots or records than its
 // used count says (else a later delete would free a block still in use).
 // A failed check is 3051 "is corrupt: ...", and the open fails.
+#include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -62,11 +63,84 @@ bool map_slots(const int32_t* w, int64_t words, const sdf_blkent* e, SlotMap* m)
     }
 }
 
+// A stretch of the file read in one request, from which the blocks of a
+// chain that lie back to back are served: a table of many small blocks then
+// loads with a few reads instead of one per block. A block the stretch
+// doesn't hold goes through sdf_read_block, which reports any failure, so
+// the outcome of a load never depends on the stretch.
+struct Window {
+    std::vector<unsigned char> bytes;
+    int64_t pos = 0, len = 0;
+    bool holds(int64_t p, int64_t n) const { return len > 0 && p >= pos && n <= len && p - pos <= len - n; }
+};
+
+constexpr int64_t kWindowBytes = int64_t{1} << 20;
+
+// The bytes from block b on of the blocks of the chain that follow it back
+// to back in the file and still need loading, up to kWindowBytes.
+int64_t run_bytes(const sdfile* s, int chain, int b, int64_t chunk) {
+    const sdf_chain_desc& d = s->hdr->chain[chain - 1];
+    const sdf_blkent* e = s->blks->rows[b].entry;
+    int64_t end = static_cast<int64_t>(e->start) + e->chunks, total = static_cast<int64_t>(e->chunks) * chunk;
+    for (int k = b, steps = 0; k != d.tail && steps < s->blks->count; steps++) {
+        const int next = s->blks->rows[k].entry->next;
+        if (!in_table(s, next) || next == 1 || s->blks->rows[next].data) break;
+        const sdf_blkent* n = s->blks->rows[next].entry;
+        const int64_t bytes = static_cast<int64_t>(n->chunks) * chunk;
+        if (n->type != chain || n->start != end || n->chunks < 1 || total + bytes > kWindowBytes) break;
+        end += n->chunks;
+        total += bytes;
+        k = next;
+    }
+    return total;
+}
+
+// Fills the window from block b's place with the run that starts there;
+// leaves it empty when the run is b alone or the read comes up short.
+void fill_window(fcb* f, int chain, int b, Window* w) {
+    sdfile* s = f->file;
+    const int64_t chunk = s->hdr->chunk_size;
+    const int64_t pos = static_cast<int64_t>(s->blks->rows[b].entry->start) * chunk;
+    const int64_t n = run_bytes(s, chain, b, chunk);
+    w->len = 0;
+    if (pos < 0 || n <= static_cast<int64_t>(s->blks->rows[b].entry->chunks) * chunk) return;
+    w->bytes.resize(static_cast<size_t>(n));
+    int64_t done = 0;
+    ZU_lock(f->ios->mutex);
+    while (done < n) {
+        errno = 0;
+        ssize_t got = sdf_io.pread(f->ios->fd, w->bytes.data() + done, static_cast<size_t>(n - done), pos + done);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        done += got;
+    }
+    ZU_unlock(f->ios->mutex);
+    if (done == n) {
+        w->pos = pos;
+        w->len = n;
+    }
+}
+
+// Reads the whole of table block b into buf, from the window when it can.
+int read_table_block(fcb* f, int chain, int b, void* buf, int64_t bytes, Window* w) {
+    sdfile* s = f->file;
+    const sdf_blkent* e = s->blks->rows[b].entry;
+    const int64_t pos = static_cast<int64_t>(e->start) * s->hdr->chunk_size;
+    // Block 1 is placed by the header on reads, and has its own path.
+    if (s->internal || !f->ios || b == 1) return sdf_read_block(buf, f, b, 0, 0);
+    if (!w->holds(pos, bytes)) fill_window(f, chain, b, w);
+    if (!w->holds(pos, bytes)) return sdf_read_block(buf, f, b, 0, 0);
+    memcpy(buf, w->bytes.data() + (pos - w->pos), static_cast<size_t>(bytes));
+    if (s->swap) sdf_swap_block(buf, e->type, bytes, e, 0, 1);
+    return 0;
+}
+
 // Loads every block of a chain that isn't in memory into a buffer of its
 // own; with maps, checks each as a slot block.
 int load_chain(fcb* f, int chain, const char* tag, const char* routine, SlotMaps* maps) {
     sdfile* s = f->file;
     sdf_chain_desc& d = s->hdr->chain[chain - 1];
+    Window window;
     for (int b = d.head, steps = 0; b; steps++) {
         if (!in_table(s, b) || ent(s, b)->type != chain || steps >= s->blks->count)
             return sdf_corrupt(routine, s, "%s chain broken at block %d.", chain_name(chain), b);
@@ -75,9 +149,10 @@ int load_chain(fcb* f, int chain, const char* tag, const char* routine, SlotMaps
         if (bytes < SDF_RECORD_BYTES || bytes > INT32_MAX)
             return sdf_corrupt(routine, s, "bad size of block %d.", b);
         if (!row.data) {
-            void* buf = ZU_allocMem(static_cast<size_t>(bytes), tag);
+            // The read fills the whole buffer or fails, so it needs no zeroing.
+            void* buf = ZU_allocMemNoZero(static_cast<size_t>(bytes), tag);
             if (!buf) return sdf_error(routine, 4001, "Out of memory for the variable table.");
-            int rc = sdf_read_block(buf, f, b, 0, 0);
+            int rc = read_table_block(f, chain, b, buf, bytes, &window);
             if (rc) {
                 ZU_freeMem(buf);
                 return sdf_error_chain(routine, rc, "sdf_read_block");
@@ -202,6 +277,43 @@ int rewrite_dims(fcb* f, ventry* row, const int64_t* dims, bool wide, const char
     return 0;
 }
 
+// The first 16 bytes of a name, folded by the file's case rule, packed
+// into two numbers that compare as the bytes do (bytes behind the end are 0).
+struct NameHead {
+    uint64_t hi = 0, lo = 0;
+    int32_t row = 0;
+    bool ends = false;  // the name ends inside the 16 bytes
+};
+
+NameHead name_head(const sdfile* s, const char* name, int32_t row) {
+    NameHead h;
+    h.row = row;
+    size_t i = 0;
+    for (; i < 16 && name[i]; i++) {
+        unsigned char c = static_cast<unsigned char>(name[i]);
+        if (s->case_insensitive && c >= 'a' && c <= 'z') c = static_cast<unsigned char>(c - ('a' - 'A'));
+        (i < 8 ? h.hi : h.lo) |= uint64_t{c} << (8 * (7 - i % 8));
+    }
+    h.ends = i < 16;
+    return h;
+}
+
+// Sorts key by name with the comparison of sdf_name_cmp. Most compares are
+// settled by the packed heads, held in one array, instead of by a walk to
+// two names scattered over the slot blocks; equal heads of names that go
+// on compare the rest. Names in a sound file are unique under its case
+// rule, so the order is the one that any correct sort gives.
+void sort_key(const sdfile* s, vars* v) {
+    std::vector<NameHead> heads(static_cast<size_t>(v->count));
+    for (int p = 0; p < v->count; p++) heads[p] = name_head(s, v->rows[v->key[p]].name, v->key[p]);
+    std::sort(heads.begin(), heads.end(), [s, v](const NameHead& a, const NameHead& b) {
+        if (a.hi != b.hi) return a.hi < b.hi;
+        if (a.lo != b.lo) return a.lo < b.lo;
+        return !a.ends && sdf_name_cmp(s, v->rows[a.row].name + 16, v->rows[b.row].name + 16) < 0;
+    });
+    for (int p = 0; p < v->count; p++) v->key[p] = heads[p].row;
+}
+
 }  // namespace
 
 extern "C" {
@@ -236,9 +348,7 @@ int sdf_read_varinf(fcb* f) {
     if (!rc) rc = load_chain(f, SDF_CH_VARINF, "sdf_read_varinf:varinf", R, nullptr);
     if (!rc) rc = add_records(f, names);
     if (rc) return rc;
-    auto before = [s, v](int32_t a, int32_t b) { return sdf_name_cmp(s, v->rows[a].name, v->rows[b].name) < 0; };
-    std::make_heap(v->key, v->key + v->count, before);
-    std::sort_heap(v->key, v->key + v->count, before);
+    sort_key(s, v);
     return sdf_index_free_records(f);
 }
 
