@@ -15,7 +15,7 @@ namespace {
 
 using sdftest::Bytes;
 using sdftest::dimsOf;
-using sdftest::errorHas;
+using sdftest::reported;
 using sdftest::rowOf;
 using sdftest::testElen;
 using sdftest::values;
@@ -267,7 +267,7 @@ TEST_F(SdfArrays, ZeroExtentHasNoChainUntilTheFirstWrite) {
     const int32_t one = 1;
     ZU_errClear("*", 0);
     EXPECT_EQ(Sdf_Write_Array(ch, "f", &one, nullptr, 1), 3000);
-    EXPECT_TRUE(errorHas(3023));
+    EXPECT_TRUE(reported(3023));
     EXPECT_EQ(dimsOf(ch, "f"), (std::vector<int64_t>{2, 0, 3}));
 }
 
@@ -389,7 +389,7 @@ TEST_F(SdfArrays, CharacterElementsArePaddedWithBlanksAndCutOnRead) {
     // Carray forms refuse arrays of other types.
     ASSERT_EQ(Sdf_Define_Array(ch, "n", SDF_INT_T, 0, dims, nullptr, nullptr), 0);
     EXPECT_EQ(Sdf_Read_Carray(ch, "n", &strings, nullptr, 0, &nread), 3000);
-    EXPECT_TRUE(errorHas(3015));
+    EXPECT_TRUE(reported(3015));
 }
 
 TEST_F(SdfArrays, BadArgumentsGiveTheirCodesAndLeaveTheFileIntact) {
@@ -433,7 +433,7 @@ TEST_F(SdfArrays, BadArgumentsGiveTheirCodesAndLeaveTheFileIntact) {
         void* out = buf;
         EXPECT_EQ(c.write ? Sdf_Write_Array(ch, c.name, buf, start, 2) : Sdf_Read_Array(ch, c.name, &out, start, 2, &nread),
                   c.rc);
-        EXPECT_TRUE(errorHas(c.detail));
+        EXPECT_TRUE(reported(c.detail));
         if (!c.write) {
             EXPECT_EQ(nread, 0);
         }
@@ -457,7 +457,7 @@ TEST_F(SdfArrays, BadArgumentsGiveTheirCodesAndLeaveTheFileIntact) {
         SCOPED_TRACE(d.what);
         ZU_errClear("*", 0);
         EXPECT_EQ(Sdf_Define_Array(ch, d.name, d.type, 0, d.dims, nullptr, nullptr), 3000);
-        EXPECT_TRUE(errorHas(d.detail));
+        EXPECT_TRUE(reported(d.detail));
         EXPECT_EQ(rowOf(ch, d.name), nullptr);
     }
     EXPECT_EQ(Sdf_Write_Array(99, "a", buf, nullptr, 1), 3001);

@@ -34,10 +34,14 @@ int numberIn(const std::string& name, const std::string& prefix, const std::stri
 
 class SdfOpenClose : public sdftest::ChannelTest {};
 
+// Byte order and case rule come from the options at the creation.
 TEST_F(SdfOpenClose, CreateCloseOpenAgainAndRefresh) {
     const std::string p = path("a.sdf");
     int ch = -1;
-    ASSERT_EQ(Sdf_Open(&ch, p.c_str(), "BINARY", "NEW", "WRITE"), 0);
+    ASSERT_EQ(Sdf_Set_Opts("Sex=BigEndian, Case_Sensitive=No"), 0);
+    const int rc = Sdf_Open(&ch, p.c_str(), "UNKNOWN", "unknown", "Write");
+    Sdf_Set_Opts("Sex=Native_Sex, Case_Sensitive=Yes");
+    ASSERT_EQ(rc, 0);
     EXPECT_GE(ch, 1);  // channel 0 is kept for internal files
     EXPECT_STREQ(Sdf_Filename(ch), p.c_str());
     EXPECT_NE(lockLine(p).find("WRITE=1"), std::string::npos) << lockLine(p);
@@ -47,11 +51,13 @@ TEST_F(SdfOpenClose, CreateCloseOpenAgainAndRefresh) {
     EXPECT_STREQ(Sdf_Filename(ch), "");
 
     ASSERT_EQ(Sdf_Open(&ch, p.c_str(), "binary", "old", "read"), 0);
-    EXPECT_EQ(getVar(ch, "x"), 2.5);
+    EXPECT_EQ(getVar(ch, "X"), 2.5);
     int32_t info[7] = {};
     ASSERT_EQ(Sdf_Fileinf(ch, info), 0);
     EXPECT_EQ(info[0], 0);
     EXPECT_EQ(info[1], SDF_MAJOR);
+    EXPECT_EQ(info[3], 1);
+    EXPECT_EQ(std::string(sdf_chan_get(ch)->file->hdr->magic, 11), "%SDF_BIN:BI");
     EXPECT_EQ(info[4], SDF_CHUNK);
     struct stat st;
     ASSERT_EQ(stat(p.c_str(), &st), 0);
@@ -63,25 +69,10 @@ TEST_F(SdfOpenClose, CreateCloseOpenAgainAndRefresh) {
     EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
 }
 
-TEST_F(SdfOpenClose, ByteOrderAndCaseRuleComeFromTheOptions) {
-    const std::string p = path("big.sdf");
-    ASSERT_EQ(Sdf_Set_Opts("Sex=BigEndian, Case_Sensitive=No"), 0);
-    int ch = -1;
-    int rc = Sdf_Open(&ch, p.c_str(), "UNKNOWN", "unknown", "Write");
-    Sdf_Set_Opts("Sex=Native_Sex, Case_Sensitive=Yes");
-    ASSERT_EQ(rc, 0);
-    int32_t info[7] = {};
-    ASSERT_EQ(Sdf_Fileinf(ch, info), 0);
-    EXPECT_EQ(info[3], 1);
-    EXPECT_EQ(std::string(sdf_chan_get(ch)->file->hdr->magic, 11), "%SDF_BIN:BI");
-    EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
-}
-
 TEST_F(SdfOpenClose, RefusalsComeInTheirOrder) {
     const std::string have = path("have.sdf"), none = path("none.sdf");
+    ASSERT_TRUE(sdftest::makeFile(have));
     int ch = -1;
-    ASSERT_EQ(Sdf_Open(&ch, have.c_str(), "BINARY", "NEW", "WRITE"), 0);
-    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
     struct Case {
         const char *path, *type, *status, *intent;
         int code;
@@ -120,9 +111,8 @@ TEST_F(SdfOpenClose, RefusalsComeInTheirOrder) {
 }
 
 TEST_F(SdfOpenClose, FilesThatAreNoSdfAreRefusedWithoutTrace) {
+    ASSERT_TRUE(sdftest::makeFile(path("good.sdf")));
     int ch = -1;
-    ASSERT_EQ(Sdf_Open(&ch, path("good.sdf").c_str(), "BINARY", "NEW", "WRITE"), 0);
-    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
     std::vector<unsigned char> good = sdftest::readBytes(path("good.sdf"));
     std::vector<unsigned char> dirty = good;
     sdftest::putLE(dirty, 16, SDF_GUARD_DIRTY);
@@ -151,9 +141,8 @@ TEST_F(SdfOpenClose, FilesThatAreNoSdfAreRefusedWithoutTrace) {
 TEST_F(SdfOpenClose, PermissionRefusals) {
     if (geteuid() == 0) GTEST_SKIP() << "root passes every access test";
     const std::string p = path("ro.sdf");
+    ASSERT_TRUE(sdftest::makeFile(p));
     int ch = -1;
-    ASSERT_EQ(Sdf_Open(&ch, p.c_str(), "BINARY", "NEW", "WRITE"), 0);
-    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
     chmod(p.c_str(), 0444);
     EXPECT_EQ(Sdf_Open(&ch, p.c_str(), "BINARY", "OLD", "WRITE"), 3042);
     ASSERT_EQ(Sdf_Open(&ch, p.c_str(), "BINARY", "OLD", "READ"), 0);
@@ -278,10 +267,8 @@ class SdfChannels : public sdftest::ChannelTest {};
 
 TEST_F(SdfChannels, ReadersHaveHandlesOfTheirOwnAndAWriterSharesOne) {
     const std::string p = path("s.sdf");
+    ASSERT_TRUE(sdftest::makeFile(p, "a", 1));
     int w = -1, r1 = -1, r2 = -1;
-    ASSERT_EQ(Sdf_Open(&w, p.c_str(), "BINARY", "NEW", "WRITE"), 0);
-    ASSERT_TRUE(putVar(w, "a", 1));
-    ASSERT_EQ(Sdf_Close(w, "KEEP"), 0);
 
     ASSERT_EQ(Sdf_Open(&r1, p.c_str(), "BINARY", "OLD", "READ"), 0);
     ASSERT_EQ(Sdf_Open(&r2, p.c_str(), "BINARY", "OLD", "READ"), 0);
@@ -405,10 +392,8 @@ time_t later(time_t* t) {
 
 TEST_F(SdfChannels, RefreshSeesAnotherWritersCommitAndRefusesADirtyFile) {
     const std::string p = path("r.sdf");
-    int w = -1, r = -1;
-    ASSERT_EQ(Sdf_Open(&w, p.c_str(), "BINARY", "NEW", "WRITE"), 0);
-    ASSERT_TRUE(putVar(w, "a", 1));
-    ASSERT_EQ(Sdf_Close(w, "KEEP"), 0);
+    ASSERT_TRUE(sdftest::makeFile(p, "a", 1));
+    int r = -1;
     ASSERT_EQ(Sdf_Set_Opts("No_Read_Lock=Yes"), 0);
     int rc = Sdf_Open(&r, p.c_str(), "BINARY", "OLD", "READ");
     Sdf_Set_Opts("No_Read_Lock=No");

@@ -10,7 +10,7 @@
 namespace {
 
 using sdftest::dimsOf;
-using sdftest::errorHas;
+using sdftest::reported;
 
 class SdfFixedRank : public sdftest::ChannelTest {};
 
@@ -73,7 +73,7 @@ TEST_F(SdfFixedRank, CharacterFormsPassStringsThrough) {
     char** out = nullptr;
     int32_t got = 0;
     ASSERT_EQ(Sdf_Read_Carr1D(ch, "c", &out, 0, 0, &got), 3000);  // rank 1 on a 2-D array
-    EXPECT_TRUE(errorHas(3022));
+    EXPECT_TRUE(reported(3022));
     ASSERT_EQ(Sdf_Read_Carr2D(ch, "c", &out, 1, 0, 3, &got), 0);
     ASSERT_EQ(got, 3);
     EXPECT_STREQ(out[0], "ab");
@@ -88,7 +88,7 @@ TEST_F(SdfFixedRank, FailuresComeBackByTheChainNamingTheGenericForm) {
     const float f[2] = {1, 2};
     ZU_errClear("*", 0);
     EXPECT_EQ(Sdf_Write_Arr2D(ch, "v", f, 0, 0, 2), 3000);
-    EXPECT_TRUE(errorHas(3022));
+    EXPECT_TRUE(reported(3022));
     EXPECT_EQ(reporters(3000), (std::vector<std::string>{"Sdf_Write_Array", "Sdf_Write_Arr2D"}));
 
     ZU_errClear("*", 0);
@@ -105,12 +105,12 @@ TEST_F(SdfFixedRank, FailuresComeBackByTheChainNamingTheGenericForm) {
     float buf[8];
     p = buf;
     EXPECT_EQ(Sdf_Read_Arr1D64(ch, "v", &p, 0, 5, nullptr), 2000);
-    EXPECT_TRUE(errorHas(2020));
+    EXPECT_TRUE(reported(2020));
     EXPECT_EQ(reporters(2000), (std::vector<std::string>{"Sdf_Read_Arr1D64"}));
     // A channel that isn't open is the generic form's own 3001.
     ZU_errClear("*", 0);
     EXPECT_EQ(Sdf_Write_Arr1D(77, "v", f, 0, 1), 3000);
-    EXPECT_TRUE(errorHas(3001));
+    EXPECT_TRUE(reported(3001));
     EXPECT_EQ(reporters(3000), (std::vector<std::string>{"Sdf_Write_Arr1D"}));
 }
 

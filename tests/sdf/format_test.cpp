@@ -64,15 +64,12 @@ TEST_F(SdfFormat, NewFileIsTheHeaderAloneAndOpensAgain) {
         ASSERT_EQ(b.size(), 256u);
         EXPECT_EQ(std::string(reinterpret_cast<char*>(b.data()), 11), sex == 1 ? "%SDF_BIN:BI" : "%SDF_BIN:LI");
         auto word = [&](size_t at) { return sex == 2 ? getLE(b, at) : __builtin_bswap32(getLE(b, at)); };
-        EXPECT_EQ(word(16), SDF_GUARD_CLEAN);
-        EXPECT_EQ(word(20), 3u);
-        EXPECT_EQ(word(24), 0u);
-        EXPECT_EQ(word(28), 512u);
-        EXPECT_EQ(word(32), 1u);
-        // The time stays low word first in either order.
+        // Guard, version 3.0, chunk size, chunks, and the time low word first
+        // in either order.
         const uint64_t stamp = static_cast<uint64_t>(kNow) * 1000000;
-        EXPECT_EQ(word(48), static_cast<uint32_t>(stamp));
-        EXPECT_EQ(word(52), static_cast<uint32_t>(stamp >> 32));
+        const std::pair<size_t, uint32_t> words[] = {{16, SDF_GUARD_CLEAN}, {20, 3}, {24, 0}, {28, 512}, {32, 1},
+                                                     {48, static_cast<uint32_t>(stamp)}, {52, static_cast<uint32_t>(stamp >> 32)}};
+        for (const auto& [at, want] : words) EXPECT_EQ(word(at), want) << "offset " << at;
         for (size_t at = 64; at < 256; at += 4) EXPECT_EQ(word(at), 0u) << "offset " << at;
         ASSERT_EQ(sdf_load_file(path("new.sdf").c_str(), 1, &f), 0);
         EXPECT_EQ(f->file->case_insensitive, 1);
@@ -573,38 +570,23 @@ TEST_F(SdfFormat, OneDoubleScalarFileHoldsToTheByte) {
 
     const std::vector<unsigned char> b = readBytes(path("x.sdf"));
     ASSERT_EQ(b.size(), 2048u);
-    auto word = [&](size_t at) { return static_cast<int32_t>(getLE(b, at)); };
-    EXPECT_EQ(word(32), 4);                     // file chunks
-    EXPECT_EQ(word(36), 1);                     // block 1 at chunk 1
-    EXPECT_EQ(word(76), 12);                    // blkinf free
-    EXPECT_EQ(word(80), 4);                     // first free entry
-    EXPECT_EQ(word(128), 3);                    // varinf head
-    EXPECT_EQ(word(140), 7);                    // varinf free
-    EXPECT_EQ(word(144), 3);                    // first free record: block 3,
-    EXPECT_EQ(word(148), 1);                    // index 1
-    EXPECT_EQ(word(160), 2);                    // varnam head
-    auto entry = [&](int n, int field) { return word(SDF_CHUNK + 32 * n + 4 * field); };
-    EXPECT_EQ(entry(1, START), 1);
-    EXPECT_EQ(entry(1, TYPE), SDF_CH_BLKINF);
-    EXPECT_EQ(entry(1, USED), 4);
-    EXPECT_EQ(entry(2, START), 2);
-    EXPECT_EQ(entry(2, TYPE), SDF_CH_VARNAM);
-    EXPECT_EQ(entry(2, USED), 1);
-    EXPECT_EQ(entry(2, 6), 126);  // largest free
-    EXPECT_EQ(entry(2, 7), 2);    // first free
-    EXPECT_EQ(entry(3, START), 3);
-    EXPECT_EQ(entry(3, TYPE), SDF_CH_VARINF);
-    EXPECT_EQ(entry(3, USED), 1);
+    // Header: file chunks, block 1 at chunk 1, blkinf free and first free
+    // entry, varinf head, free count and first free record (block 3 index 1),
+    // varnam head. Entries 1 to 3 (start, type, used; largest and first free
+    // slot of the varnam block), then the record: name at block 2 word 0.
+    auto e = [](int n, int field) { return size_t{SDF_CHUNK} + 32 * n + 4 * field; };
     const size_t rec = 3 * SDF_CHUNK;
-    EXPECT_EQ(word(rec + 0), 2);   // name: block 2,
-    EXPECT_EQ(word(rec + 4), 0);   // word 0
-    EXPECT_EQ(word(rec + 24), SDF_DBLE_T);
-    EXPECT_EQ(word(rec + 28), 8);
+    const std::pair<size_t, int32_t> words[] = {
+        {32, 4}, {36, 1}, {76, 12}, {80, 4}, {128, 3}, {140, 7}, {144, 3}, {148, 1}, {160, 2},
+        {e(1, START), 1}, {e(1, TYPE), SDF_CH_BLKINF}, {e(1, USED), 4},
+        {e(2, START), 2}, {e(2, TYPE), SDF_CH_VARNAM}, {e(2, USED), 1}, {e(2, 6), 126}, {e(2, 7), 2},
+        {e(3, START), 3}, {e(3, TYPE), SDF_CH_VARINF}, {e(3, USED), 1},
+        {rec, 2}, {rec + 4, 0}, {rec + 24, SDF_DBLE_T}, {rec + 28, 8}, {2 * SDF_CHUNK, 2}};
+    for (const auto& [at, want] : words) EXPECT_EQ(static_cast<int32_t>(getLE(b, at)), want) << "offset " << at;
     double d;
     memcpy(&d, &b[rec + 32], 8);
     EXPECT_EQ(d, 2.0);
-    EXPECT_EQ(word(2 * SDF_CHUNK), 2);  // the name's slot
-    EXPECT_EQ(b[2 * SDF_CHUNK + 4], 'x');
+    EXPECT_EQ(b[2 * SDF_CHUNK + 4], 'x');  // the name's slot
     EXPECT_EQ(b[2 * SDF_CHUNK + 5], 0);
 
     ASSERT_EQ(sdf_load_file(path("x.sdf").c_str(), 0, &f), 0);

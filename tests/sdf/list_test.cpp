@@ -34,6 +34,7 @@ protected:
             EXPECT_EQ(count, 0);
             return {};
         }
+        EXPECT_NE(l, nullptr) << templ << ": a list even when nothing matches";
         return sdftest::takeList(l, count);
     }
 };
@@ -60,18 +61,6 @@ TEST_F(SdfList, TemplatesSelectNamesInTableOrder) {
     char** l = nullptr;
     int count = 0;
     EXPECT_EQ(Sdf_List(99, "*", &l, &count), 3001);
-    EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
-}
-
-TEST_F(SdfList, AnEmptyFileListsNothing) {
-    int ch = createFile(path("e.sdf"));
-    char** l = nullptr;
-    int count = -1;
-    ASSERT_EQ(Sdf_List(ch, "*", &l, &count), 0);
-    EXPECT_EQ(count, 0);
-    ASSERT_NE(l, nullptr);
-    EXPECT_EQ(l[0], nullptr);
-    EXPECT_EQ(Sdf_Free(l), 1);
     EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
 }
 
@@ -192,6 +181,7 @@ TEST_F(SdfList, DeleteByNameOrTemplateAndTheWarning) {
     EXPECT_EQ(Sdf_Delete(ch, "*"), 0);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
     ch = openFile(p, "READ");
+    EXPECT_EQ(list(ch, "*"), Names{});
     EXPECT_EQ(Sdf_Exists(ch, "*"), 0);
     EXPECT_EQ(sdf_chan_get(ch)->file->hdr->chain[SDF_CH_VARINF - 1].chunks, 0);
     EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);

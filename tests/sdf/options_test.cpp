@@ -115,14 +115,35 @@ TEST_F(SdfOptions, BuiltInDefaults)
     EXPECT_EQ(sdf_opt_int(nullptr, -1), 0);
 }
 
-TEST_F(SdfOptions, ValuesAreStoredInTheTablesSpelling)
+// Each setting shows in the table's spelling and as the number the library
+// works with (a text option's number is its length).
+TEST_F(SdfOptions, SettingsKeepTheTablesSpellingAndTheirNumber)
 {
-    ASSERT_EQ(Sdf_Set_Opts("Overwrite=no, calc_try_noprefix = BOTH, PATH_ENCODING='cp_utf8'"), 0);
-    EXPECT_EQ(get("Overwrite"), "No");
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_OVERWRITE), 0);
-    EXPECT_EQ(get("Calc_Try_NoPrefix"), "Both");
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_CALC_TRY_NOPREFIX), 3);
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_PATH_ENCODING), 65001);
+    const std::string p200(200, 'p');
+    struct one {
+        std::string setting;
+        int opt;
+        std::string shown;
+        int ival;
+    };
+    for (const one &c : std::vector<one>{
+             {"Overwrite=no", SDF_OPT_OVERWRITE, "No", 0},
+             {" calc_try_noprefix = BOTH", SDF_OPT_CALC_TRY_NOPREFIX, "Both", 3},
+             {"PATH_ENCODING='cp_utf8'", SDF_OPT_PATH_ENCODING, "CP_UTF8", 65001},
+             {"Prefix='ab c'", SDF_OPT_PREFIX, "ab c", 4},
+             {"SDF_INT_format=%5d", SDF_OPT_INT_FORMAT, "%5d", 3},
+             {"Prefix=", SDF_OPT_PREFIX, "", 0},
+             {"Calc_Prefix=" + p200, SDF_OPT_CALC_PREFIX, p200.substr(0, 127), 127},
+             {"Lock_Life_Hrs=1.5", SDF_OPT_LOCK_LIFE_HRS, "1.5", 2},
+             {"Calc_Range_Subst=-7", SDF_OPT_CALC_RANGE_SUBST, "-7", -7},
+             {"Max_Extra_Data_Chunks=3000000000", SDF_OPT_MAX_EXTRA_DATA_CHUNKS, "3000000000", INT_MAX},
+             {"Default_Internal_Channel=2", SDF_OPT_DEFAULT_INTERNAL_CHANNEL, "2", 2}}) {
+        ASSERT_EQ(Sdf_Set_Opts(c.setting.c_str()), 0) << c.setting;
+        EXPECT_EQ(get(k_names[c.opt]), c.shown) << c.setting;
+        EXPECT_EQ(sdf_opt_int(nullptr, c.opt), c.ival) << c.setting;
+    }
+    EXPECT_DOUBLE_EQ(sdf_opt_double(nullptr, SDF_OPT_LOCK_LIFE_HRS), 1.5);
+    EXPECT_FLOAT_EQ(sdf_opt_float(nullptr, SDF_OPT_LOCK_LIFE_HRS), 1.5f);
     EXPECT_TRUE(held_codes().empty());
 }
 
@@ -166,46 +187,12 @@ TEST_F(SdfOptions, EveryItemIsTriedAndTheLastFailureIsReturned)
     // Empty items between commas set nothing and are no failure.
     EXPECT_EQ(Sdf_Set_Opts("Zero_Arrays=No,,"), 0);
     EXPECT_EQ(get("Zero_Arrays"), "No");
-}
-
-TEST_F(SdfOptions, MoreItemsThanOptionsAreAllApplied)
-{
+    // More items than there are options are all applied.
     std::string text;
     for (int i = 0; i < 40; ++i)
         text += "Overwrite=No, ";
-    text += "Prefix=last";
-    EXPECT_EQ(Sdf_Set_Opts(text.c_str()), 0);
+    EXPECT_EQ(Sdf_Set_Opts((text + "Prefix=last").c_str()), 0);
     EXPECT_EQ(get("Prefix"), "last");
-}
-
-TEST_F(SdfOptions, TextOptionsKeepTheirTextAndLength)
-{
-    ASSERT_EQ(Sdf_Set_Opts("Prefix='ab c', SDF_INT_format=%5d"), 0);
-    EXPECT_EQ(get("Prefix"), "ab c");
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_PREFIX), 4);
-    EXPECT_STREQ(sdf_opt_text(nullptr, SDF_OPT_INT_FORMAT), "%5d");
-    ASSERT_EQ(Sdf_Set_Opts("Prefix="), 0);
-    EXPECT_EQ(get("Prefix"), "");
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_PREFIX), 0);
-
-    std::string long_prefix(200, 'p');
-    ASSERT_EQ(Sdf_Set_Opts(("Calc_Prefix=" + long_prefix).c_str()), 0);
-    EXPECT_EQ(get("Calc_Prefix"), long_prefix.substr(0, 127));
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_CALC_PREFIX), 127);
-}
-
-TEST_F(SdfOptions, NumberOptionsTakeEveryForm)
-{
-    ASSERT_EQ(Sdf_Set_Opts("Lock_Life_Hrs=1.5, Calc_Range_Subst=-7, "
-                           "Max_Extra_Data_Chunks=3000000000, Default_Internal_Channel=2"),
-              0);
-    EXPECT_EQ(get("Lock_Life_Hrs"), "1.5");
-    EXPECT_DOUBLE_EQ(sdf_opt_double(nullptr, SDF_OPT_LOCK_LIFE_HRS), 1.5);
-    EXPECT_FLOAT_EQ(sdf_opt_float(nullptr, SDF_OPT_LOCK_LIFE_HRS), 1.5f);
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_LOCK_LIFE_HRS), 2);
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_CALC_RANGE_SUBST), -7);
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_MAX_EXTRA_DATA_CHUNKS), INT_MAX);
-    EXPECT_EQ(sdf_opt_int(nullptr, SDF_OPT_DEFAULT_INTERNAL_CHANNEL), 2);
 }
 
 TEST_F(SdfOptions, FlushAlwaysForcesWriteButKeepsItsText)

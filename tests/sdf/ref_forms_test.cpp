@@ -10,7 +10,7 @@
 
 namespace {
 
-using sdftest::errorHas;
+using sdftest::reported;
 
 class SdfRefForms : public sdftest::ChannelTest {
 protected:
@@ -56,7 +56,7 @@ TEST_F(SdfRefForms, IndicesCountFromOneAndStartsComeBackSo) {
     int32_t zero = 0;  // index 0 is -1 inside: refused
     EXPECT_EQ(Sdf_Read_Arr1D_ref(&ch, name.c_str(), buf, &zero, &count, &got, &rc, name.size()), 3000);
     EXPECT_EQ(rc, 3000);
-    EXPECT_TRUE(errorHas(3023));
+    EXPECT_TRUE(reported(3023));
 }
 
 TEST_F(SdfRefForms, NamesAreCutAtTrailingBlanksAndKeptTo512) {
@@ -80,7 +80,7 @@ TEST_F(SdfRefForms, NamesAreCutAtTrailingBlanksAndKeptTo512) {
     const int32_t dims[2] = {1, 2};
     ZU_errClear("*", 0);
     EXPECT_EQ(Sdf_Define_Array_ref(&ch, n513.c_str(), &type, &is_array, dims, "", "", &rc, n513.size(), 0, 0), 3000);
-    EXPECT_TRUE(errorHas(3005));
+    EXPECT_TRUE(reported(3005));
     EXPECT_EQ(Sdf_Define_Array_ref(&ch, n512.c_str(), &type, &is_array, dims, "", "", &rc, n512.size(), 0, 0), 0);
     EXPECT_EQ(Sdf_Exists(ch, n512.c_str()), 1);
 }

@@ -75,18 +75,8 @@ inline ventry* rowOf(int channel, const std::string& name) {
     return f ? sdf_find_var(f, name.c_str(), &pos) : nullptr;
 }
 
-// Whether the error set holds a record of this code.
-inline bool errorHas(int code) { return errorText(code) != "<none>"; }
-
 // Opens a new file with the byte order sex ("BigEndian", "LittleEndian").
-inline int openNew(const std::string& p, const char* sex) {
-    EXPECT_EQ(Sdf_Set_Opts((std::string("Sex=") + sex).c_str()), 0);
-    int ch = -1;
-    int rc = Sdf_Open(&ch, p.c_str(), "BINARY", "NEW", "WRITE");
-    Sdf_Set_Opts("Sex=Native_Sex");
-    EXPECT_EQ(rc, 0);
-    return ch;
-}
+inline int openNew(const std::string& p, const char* sex) { return createFile(p, (std::string("Sex=") + sex).c_str()); }
 
 inline int openInternal(const char* name) {
     int ch = -1;

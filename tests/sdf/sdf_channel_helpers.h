@@ -1,6 +1,7 @@
-// Helpers of the tests that go through Sdf_Open and Sdf_Close: variables
-// made through the inner table of an open channel, lock file lines, and a
-// directory change that is undone however the test ends.
+// Helpers of the tests that go through Sdf_Open and Sdf_Close: new files
+// made with options for their creation only, variables made through the
+// inner table of an open channel, lock file lines, and a directory change
+// that is undone however the test ends.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -49,8 +50,6 @@ inline std::string lockLine(const std::string& path, int line = 1) {
     return in ? text : "";
 }
 
-inline bool exists(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
-
 // Runs the test body in `dir` and goes back to where it was.
 class InDir {
 public:
@@ -68,6 +67,31 @@ public:
 private:
     std::string old_;
 };
+
+// Opens path new and writable, with options set for the creation only.
+inline int createFile(const std::string& path, const char* opts = nullptr) {
+    if (opts) {
+        EXPECT_EQ(Sdf_Set_Opts(opts), 0);
+    }
+    int ch = -1;
+    int rc = Sdf_Open(&ch, path.c_str(), "BINARY", "NEW", "WRITE");
+    if (opts) Sdf_Set_Opts("Sex=Native_Sex,Case_Sensitive=Yes");
+    EXPECT_EQ(rc, 0);
+    return rc == 0 ? ch : -1;
+}
+
+// Makes a closed file at path, holding one double variable when var is set.
+inline bool makeFile(const std::string& path, const char* var = nullptr, double value = 0) {
+    int ch = createFile(path);
+    const bool put = ch >= 0 && (!var || putVar(ch, var, value));
+    return Sdf_Close(ch, "KEEP") == 0 && put;
+}
+
+inline int openFile(const std::string& path, const char* intent) {
+    int ch = -1;
+    EXPECT_EQ(Sdf_Open(&ch, path.c_str(), "BINARY", "OLD", intent), 0);
+    return ch;
+}
 
 // A FileTest that closes whatever channels a test left open.
 class ChannelTest : public FileTest {

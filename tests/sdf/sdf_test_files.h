@@ -4,6 +4,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -47,6 +48,24 @@ inline void writeBytes(const std::string& p, const std::vector<unsigned char>& b
     out.write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
 }
 
+inline std::string readText(const std::string& p) {
+    const auto b = readBytes(p);
+    return std::string(b.begin(), b.end());
+}
+
+inline void writeText(const std::string& p, const std::string& text) { writeBytes(p, {text.begin(), text.end()}); }
+
+// A lock file's text as another process would write it.
+inline std::string lockText(int64_t pid, int64_t fid, int write, const std::string& host, int sys_pid,
+                            const char* eol = "\n") {
+    char line1[128];
+    snprintf(line1, sizeof line1, "PID=%.20lld,FID=%.20lld,WRITE=%d", static_cast<long long>(pid),
+             static_cast<long long>(fid), write);
+    return std::string(line1) + eol + "Created 01-Jan-2024 10:00:00 by other (PID " + std::to_string(sys_pid) +
+           ") on " + host + ". User: someone" + eol + "This file is used for identification by the SDF system." +
+           eol + "It can be deleted if the process that created it has finished." + eol;
+}
+
 // Little-endian word access to raw file bytes.
 inline uint32_t getLE(const std::vector<unsigned char>& b, size_t at) {
     return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) | (static_cast<uint32_t>(b[at + 3]) << 24);
@@ -65,5 +84,10 @@ inline std::string errorText(int code) {
     }
     return "<none>";
 }
+
+// Whether the error set holds a record with this code.
+inline bool reported(int code) { return errorText(code) != "<none>"; }
+
+inline bool exists(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
 
 }  // namespace sdftest

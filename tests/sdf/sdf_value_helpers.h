@@ -1,6 +1,6 @@
-// Helpers of the tests of values, listing and deleting: files opened through
-// the channel layer, arrays made through the inner table (dimensions only,
-// no data), the error set, and copies of records to tell a change.
+// Helpers of the tests of values, listing and deleting: arrays made through
+// the inner table (dimensions only, no data), copies of records to tell a
+// change, and strings and lists handed out by the library.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,9 +12,6 @@
 #include "sdf_channel_helpers.h"
 
 namespace sdftest {
-
-// Whether the error set holds a record with this code.
-inline bool reported(int code) { return errorText(code) != "<none>"; }
 
 // An array of base type `base` with the given extents and no data chain.
 inline bool makeArray(int channel, const std::string& name, int base, const std::vector<int64_t>& extents) {
@@ -75,24 +72,6 @@ inline std::vector<std::string> takeList(char** list, int count) {
     EXPECT_EQ(list[count], nullptr) << "the list ends with a null pointer";
     EXPECT_EQ(Sdf_Free(list), 1);
     return out;
-}
-
-// Opens path new and writable, with options set for the creation only.
-inline int createFile(const std::string& path, const char* opts = nullptr) {
-    if (opts) {
-        EXPECT_EQ(Sdf_Set_Opts(opts), 0);
-    }
-    int ch = -1;
-    int rc = Sdf_Open(&ch, path.c_str(), "BINARY", "NEW", "WRITE");
-    if (opts) Sdf_Set_Opts("Sex=Native_Sex,Case_Sensitive=Yes");
-    EXPECT_EQ(rc, 0);
-    return rc == 0 ? ch : -1;
-}
-
-inline int openFile(const std::string& path, const char* intent) {
-    int ch = -1;
-    EXPECT_EQ(Sdf_Open(&ch, path.c_str(), "BINARY", "OLD", intent), 0);
-    return ch;
 }
 
 }  // namespace sdftest

@@ -13,7 +13,7 @@
 namespace {
 
 using sdftest::Bytes;
-using sdftest::errorHas;
+using sdftest::reported;
 using sdftest::SliceRef;
 using sdftest::values;
 
@@ -231,7 +231,7 @@ TEST_F(SdfSlices, BadSliceArgumentsAreRefusedAndChangeNothing) {
                                  : Sdf_Read_Slice(ch, c.name, &p, ptr(c.begin), ptr(c.end), ptr(c.step), ptr(c.tr), &count, d);
             EXPECT_EQ(rc, c.rc);
             EXPECT_EQ(count, 0);
-            EXPECT_TRUE(errorHas(c.detail));
+            EXPECT_TRUE(reported(c.detail));
             EXPECT_NE(sdftest::errorText(c.detail).find(c.word), std::string::npos) << sdftest::errorText(c.detail);
         }
     }
@@ -239,7 +239,7 @@ TEST_F(SdfSlices, BadSliceArgumentsAreRefusedAndChangeNothing) {
     char** strings = nullptr;
     int32_t count = 0, d[8];
     EXPECT_EQ(Sdf_Read_Cslice(ch, "s", &strings, nullptr, nullptr, nullptr, nullptr, &count, d), 3000);
-    EXPECT_TRUE(errorHas(3015));
+    EXPECT_TRUE(reported(3015));
 }
 
 TEST_F(SdfSlices, CharacterSlicesAsStringsAndFields) {
