@@ -8,9 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdio>
-#include <regex>
 #include <string>
 
 #include "sdf_test_files.h"
@@ -73,9 +73,15 @@ TEST_F(SdfLock, WritesFourLinesWithZeroFilledNumbers) {
                         "This file is used for identification by the SDF system.\n"
                         "It can be deleted if the process that created it has finished.\n");
     // "Created dd-Mon-yyyy hh:mm:ss by PROGRAM (PID n) on HOST. User: USER"
-    const std::string tail = " \\(PID " + std::to_string(getpid()) + "\\) on " + host() + "\\. User: .*\n";
-    EXPECT_TRUE(std::regex_match(line2, std::regex("Created \\d\\d-.{3}-\\d{4} \\d\\d:\\d\\d:\\d\\d by .*" + tail)))
-        << line2;
+    // (matched by hand: the standard regex trips a false warning under the
+    // sanitizer build's -Werror).
+    const std::string shape = "Created 99-___-9999 99:99:99 by ";
+    bool shaped = line2.size() > shape.size();
+    for (size_t i = 0; shaped && i < shape.size(); i++)
+        shaped = shape[i] == '9' ? isdigit(static_cast<unsigned char>(line2[i])) != 0
+                                 : shape[i] == '_' || shape[i] == line2[i];
+    const std::string tail = " (PID " + std::to_string(getpid()) + ") on " + host() + ". User: ";
+    EXPECT_TRUE(shaped && line2.find(tail, shape.size()) != std::string::npos && line2.back() == '\n') << line2;
 
     int64_t given = 42;
     ASSERT_EQ(sdf_write_lockfile(lock2_.c_str(), &given, 0), 0);
