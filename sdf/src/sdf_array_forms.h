@@ -121,6 +121,21 @@ int write_run(const char* R, const char* core, int channel, const char* name, bo
     return sdf_commit_if_always(c.f, R);
 }
 
+// The array and the slice of it that the caller's bounds select, with the
+// bounds widened to i64; 0, or the failure passed up naming the form.
+template <class I>
+int find_slice(fcb* f, const char* R, const char* core, const char* name, bool chars, const I* begin,
+               const I* end, const I* step, const int32_t* tr_vec, ventry** row, sdf_slice* sl) {
+    int rc = 0;
+    int64_t b[8], e[8], s[8];
+    widen(begin, b);
+    widen(end, e);
+    widen(step, s);
+    *row = find_array(f, core, name, chars, &rc);
+    if (*row) rc = sdf_slice_args(f, *row, b, e, s, tr_vec, sl);
+    return rc ? sdf_error_chain(R, rc, core) : 0;
+}
+
 // A slice read: fn(f, row, slice) moves the data.
 template <class I, class Fn>
 int read_slice(const char* R, const char* core, int channel, const char* name, bool chars, const I* begin,
@@ -129,15 +144,10 @@ int read_slice(const char* R, const char* core, int channel, const char* name, b
     if (dims) dims[0] = 0;
     Call c(channel, R, false);
     if (c.rc) return c.rc;
-    int rc = 0;
-    int64_t b[8], e[8], s[8];
-    widen(begin, b);
-    widen(end, e);
-    widen(step, s);
     sdf_slice sl;
-    ventry* row = find_array(c.f, core, name, chars, &rc);
-    if (row) rc = sdf_slice_args(c.f, row, b, e, s, tr_vec, &sl);
-    if (rc) return sdf_error_chain(R, rc, core);
+    ventry* row = nullptr;
+    int rc = find_slice(c.f, R, core, name, chars, begin, end, step, tr_vec, &row, &sl);
+    if (rc) return rc;
     if (!fits<I>(sl.count)) return sdf_error(R, 2030, " slice from ", row->name);
     I out[8];
     if (!narrow(sl.odims, out)) return sdf_error(R, 3024, " slice from ", row->name);
@@ -155,15 +165,10 @@ int write_slice(const char* R, const char* core, int channel, const char* name, 
     if (count) *count = 0;
     Call c(channel, R, true);
     if (c.rc) return c.rc;
-    int rc = 0;
-    int64_t b[8], e[8], s[8];
-    widen(begin, b);
-    widen(end, e);
-    widen(step, s);
     sdf_slice sl;
-    ventry* row = find_array(c.f, core, name, chars, &rc);
-    if (row) rc = sdf_slice_args(c.f, row, b, e, s, tr_vec, &sl);
-    if (rc) return sdf_error_chain(R, rc, core);
+    ventry* row = nullptr;
+    int rc = find_slice(c.f, R, core, name, chars, begin, end, step, tr_vec, &row, &sl);
+    if (rc) return rc;
     if (!fits<I>(sl.count)) return sdf_error(R, 2030, " slice written to ", row->name);
     rc = fn(c.f, row, &sl);
     if (rc) return sdf_error_chain(R, rc, core);
