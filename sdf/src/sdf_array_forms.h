@@ -76,6 +76,19 @@ inline ventry* find_array(fcb* f, const char* core, const char* name, bool chars
     return row;
 }
 
+// The array, its extents and the caller's start widened to i64 and checked
+// against them; 0, or the failure passed up naming the form.
+template <class I>
+int find_run(fcb* f, const char* R, const char* core, const char* name, bool chars, const I* start,
+             int64_t st[8], int64_t dims[8], ventry** row) {
+    int rc = 0;
+    widen(start, st);
+    *row = find_array(f, core, name, chars, &rc);
+    if (*row && !(rc = sdf_array_dims(f, *row, dims)))
+        rc = sdf_check_index_array(core, "start", (*row)->name, st, dims);
+    return rc ? sdf_error_chain(R, rc, core) : 0;
+}
+
 // A run read: fn(f, row, start, count, &got) moves the data.
 template <class I, class Fn>
 int read_run(const char* R, const char* core, int channel, const char* name, bool chars, I* start, I count,
@@ -83,12 +96,10 @@ int read_run(const char* R, const char* core, int channel, const char* name, boo
     if (nread) *nread = 0;
     Call c(channel, R, false);
     if (c.rc) return c.rc;
-    int rc = 0;
     int64_t st[8], dims[8];
-    widen(start, st);
-    ventry* row = find_array(c.f, core, name, chars, &rc);
-    if (row && !(rc = sdf_array_dims(c.f, row, dims))) rc = sdf_check_index_array(core, "start", row->name, st, dims);
-    if (rc) return sdf_error_chain(R, rc, core);
+    ventry* row = nullptr;
+    int rc = find_run(c.f, R, core, name, chars, start, st, dims, &row);
+    if (rc) return rc;
     const int64_t left = sdf_array_left(dims, st);
     if (!fits<I>(count <= 0 || count > left ? left : count)) return sdf_error(R, 2030, " ", row->name);
     int64_t got = 0;
@@ -108,12 +119,10 @@ template <class I, class Fn>
 int write_run(const char* R, const char* core, int channel, const char* name, bool chars, I* start, I count, Fn fn) {
     Call c(channel, R, true);
     if (c.rc) return c.rc;
-    int rc = 0;
     int64_t st[8], dims[8];
-    widen(start, st);
-    ventry* row = find_array(c.f, core, name, chars, &rc);
-    if (row && !(rc = sdf_array_dims(c.f, row, dims))) rc = sdf_check_index_array(core, "start", row->name, st, dims);
-    if (rc) return sdf_error_chain(R, rc, core);
+    ventry* row = nullptr;
+    int rc = find_run(c.f, R, core, name, chars, start, st, dims, &row);
+    if (rc) return rc;
     if (count <= 0) return 0;
     rc = fn(c.f, row, st, static_cast<int64_t>(count));
     if (rc) return sdf_error_chain(R, rc, core);

@@ -63,19 +63,6 @@ void sdf_fields_to_chars(const char* fields, int width, int elen, int64_t n, cha
 
 namespace {
 
-// A temporary of the library's allocator, freed however the routine ends.
-struct Temp {
-    char* p = nullptr;
-    Temp() = default;
-    Temp(const Temp&) = delete;
-    Temp& operator=(const Temp&) = delete;
-    ~Temp() { ZU_freeMem(p); }
-    char* take(int64_t bytes, const char* tag) {
-        p = static_cast<char*>(ZU_allocMemNoZero(static_cast<size_t>(bytes > 0 ? bytes : 1), tag));
-        return p;
-    }
-};
-
 int elen_of(const ventry* row) { return row->record->elen; }
 
 // Elements a run read of n from start gives.
@@ -125,30 +112,30 @@ int read_chars(const char* core, fcb* f, ventry* row, int64_t* st, int64_t n, in
     int rc = 0;
     const int64_t m = run_length(f, row, st, n, &rc);
     if (rc) return sdf_error_chain(core, rc, "sdf_array_dims");
-    Temp raw;
-    void* p = m > 0 ? raw.take(m * elen_of(row), "sdf_read_carray:buffer") : nullptr;
+    sdf_temp raw;
+    void* p = m > 0 ? raw.take(static_cast<size_t>(m * elen_of(row)), "sdf_read_carray:buffer") : nullptr;
     if (m > 0 && !p) return sdf_error(core, 3025, "sdf_read_carray:buffer");
     if (m > 0 && (rc = sdf_array_read(f, row, st, m, &p, got))) return sdf_error_chain(core, rc, "sdf_array_read");
-    return give(raw.p, *got);
+    return give(raw.chars(), *got);
 }
 
 template <class Give>
 int read_slice_chars(const char* core, fcb* f, ventry* row, const sdf_slice* sl, Give give) {
-    Temp raw;
-    void* p = raw.take(sl->count * elen_of(row), "sdf_read_cslice:buffer");
+    sdf_temp raw;
+    void* p = raw.take(static_cast<size_t>(sl->count * elen_of(row)), "sdf_read_cslice:buffer");
     if (!p) return sdf_error(core, 3025, "sdf_read_cslice:buffer");
     int rc = sdf_slice_read(f, row, sl, &p, nullptr);
     if (rc) return sdf_error_chain(core, rc, "sdf_slice_read");
-    return give(raw.p, sl->count);
+    return give(raw.chars(), sl->count);
 }
 
 // Builds n fixed elements with make(out) and writes them with put(raw).
 template <class Make, class Put>
 int write_chars(const char* core, ventry* row, int64_t n, Make make, Put put) {
-    Temp raw;
-    if (!raw.take(n * elen_of(row), "sdf_write_carray:buffer")) return sdf_error(core, 3025, "sdf_write_carray:buffer");
-    make(raw.p);
-    return put(raw.p);
+    sdf_temp raw;
+    if (!raw.take(static_cast<size_t>(n * elen_of(row)), "sdf_write_carray:buffer")) return sdf_error(core, 3025, "sdf_write_carray:buffer");
+    make(raw.chars());
+    return put(raw.chars());
 }
 
 int bad_width(const char* R, int width) {

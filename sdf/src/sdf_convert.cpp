@@ -30,19 +30,6 @@ struct Val {
     double re = 0, im = 0;
 };
 
-// A temporary of the library's allocator, freed however the routine ends.
-struct Temp {
-    void* p = nullptr;
-    Temp() = default;
-    Temp(const Temp&) = delete;
-    Temp& operator=(const Temp&) = delete;
-    ~Temp() { ZU_freeMem(p); }
-    unsigned char* take(size_t bytes, const char* tag) {
-        p = ZU_allocMemNoZero(bytes ? bytes : 1, tag);
-        return static_cast<unsigned char*>(p);
-    }
-};
-
 bool is_int(int t) { return t == SDF_INT_T || t == SDF_INT64_T; }
 bool is_cmpx(int t) { return t == SDF_CMPX_T || t == SDF_DCMPX_T; }
 
@@ -398,7 +385,7 @@ int sdf_array_read_as(fcb* f, ventry* row, int64_t* start, int64_t n, int type, 
     const int64_t left = sdf_array_left(dims, start);
     if (n <= 0 || n > left) n = left;
     if (n <= 0) return 0;
-    Temp tmp;
+    sdf_temp tmp;
     void* p = tmp.take(static_cast<size_t>(n * row->record->elen), "sdf_array_read_as:buffer");
     if (!p) return sdf_error(R, 3025, "sdf_array_read_as:buffer");
     int64_t got = 0;
@@ -420,7 +407,7 @@ int sdf_slice_read_as(fcb* f, ventry* row, const sdf_slice* sl, int type, int el
     }
     if (dims) memcpy(dims, sl->odims, 8 * sizeof(int64_t));
     if (sl->count <= 0) return 0;
-    Temp tmp;
+    sdf_temp tmp;
     void* p = tmp.take(static_cast<size_t>(sl->count * row->record->elen), "sdf_slice_read_as:buffer");
     if (!p) return sdf_error(R, 3025, "sdf_slice_read_as:buffer");
     if ((rc = sdf_slice_read(f, row, sl, &p, nullptr))) return sdf_error_chain(R, rc, "sdf_slice_read");
@@ -436,7 +423,7 @@ int sdf_array_write_from(fcb* f, ventry* row, int64_t* start, int64_t n, int typ
         rc = sdf_array_write(f, row, start, n, data);
         return rc ? sdf_error_chain(R, rc, "sdf_array_write") : 0;
     }
-    Temp tmp;
+    sdf_temp tmp;
     void* p = tmp.take(static_cast<size_t>(n * row->record->elen), "sdf_array_write_from:buffer");
     if (!p) return sdf_error(R, 3025, "sdf_array_write_from:buffer");
     sdf_convert(type, te, data, base_of(row), row->record->elen, p, n, f);
@@ -453,7 +440,7 @@ int sdf_slice_write_from(fcb* f, ventry* row, const sdf_slice* sl, int type, int
         rc = sdf_slice_write(f, row, sl, data);
         return rc ? sdf_error_chain(R, rc, "sdf_slice_write") : 0;
     }
-    Temp tmp;
+    sdf_temp tmp;
     void* p = tmp.take(static_cast<size_t>(sl->count * row->record->elen), "sdf_slice_write_from:buffer");
     if (!p) return sdf_error(R, 3025, "sdf_slice_write_from:buffer");
     sdf_convert(type, te, data, base_of(row), row->record->elen, p, sl->count, f);

@@ -914,6 +914,24 @@ void sdf_fields_to_chars(const char *fields, int width, int elen, int64_t n, cha
 
 #ifdef __cplusplus
 }
+
+/* A temporary buffer of the library's allocator (not zeroed), freed however
+ * the routine that holds it ends. */
+struct sdf_temp {
+    void *p = nullptr;
+    sdf_temp() = default;
+    sdf_temp(const sdf_temp &) = delete;
+    sdf_temp &operator=(const sdf_temp &) = delete;
+    ~sdf_temp() { ZU_freeMem(p); }
+    /* Null when out of memory; a size of 0 still gives a buffer. */
+    unsigned char *take(size_t bytes, const char *tag)
+    {
+        p = ZU_allocMemNoZero(bytes ? bytes : 1, tag);
+        return data();
+    }
+    unsigned char *data() const { return static_cast<unsigned char *>(p); }
+    char *chars() const { return static_cast<char *>(p); }
+};
 #endif
 
 #endif

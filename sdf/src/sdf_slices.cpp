@@ -15,20 +15,6 @@
 
 namespace {
 
-// A temporary of the library's allocator, freed however the routine ends.
-struct Temp {
-    void* p = nullptr;
-    Temp() = default;
-    Temp(const Temp&) = delete;
-    Temp& operator=(const Temp&) = delete;
-    ~Temp() { ZU_freeMem(p); }
-    unsigned char* take(size_t bytes, const char* tag) {
-        p = ZU_allocMemNoZero(bytes, tag);
-        return static_cast<unsigned char*>(p);
-    }
-    unsigned char* data() const { return static_cast<unsigned char*>(p); }
-};
-
 int64_t extent(const sdf_slice* sl, int i) { return llabs(sl->end[i] - sl->begin[i]) / llabs(sl->step[i]) + 1; }
 
 // Copies a box from src to dst in dst's element order: dimension k of dst
@@ -161,7 +147,7 @@ int sdf_slice_read(fcb* f, ventry* row, const sdf_slice* sl, void** data, int64_
     void* mine = *data ? nullptr : ZU_allocMemNoZero(sl->count * elen, "sdf_slice_read:data");
     if (!*data && !mine) return sdf_error(R, 3025, "sdf_slice_read:data");
     auto* out = static_cast<unsigned char*>(mine ? mine : *data);
-    Temp slicebuf, buffer;
+    sdf_temp slicebuf, buffer;
     unsigned char* target = out;
     const int64_t step = sl->step[1], m1 = extent(sl, 1), len = llabs(sl->end[1] - sl->begin[1]) + 1;
     if ((sl->tr[0] && !(target = slicebuf.take(sl->count * elen, "sdf_slice_read:slicebuf"))) ||
@@ -197,7 +183,7 @@ int sdf_slice_write(fcb* f, ventry* row, const sdf_slice* sl, const void* data) 
     const size_t elen = static_cast<size_t>(row->record->elen);
     if (sl->count <= 0) return 0;
     auto* src = static_cast<const unsigned char*>(data);
-    Temp slicebuf, buffer;
+    sdf_temp slicebuf, buffer;
     if (sl->tr[0]) {
         if (!slicebuf.take(sl->count * elen, "sdf_slice_write:slicebuf"))
             return sdf_error(R, 3025, "sdf_slice_write:slicebuf");

@@ -25,6 +25,15 @@ void readFailed(const std::string& name, int rc) {
     if (rc > 0) complain("\"%s\": cannot be read (code %d)", name.c_str(), rc);
 }
 
+// A variable's facts and all its values; false (said on standard error)
+// when either can't be read.
+bool loadVariable(int ch, const std::string& name, VarInfo& v, Values& vals) {
+    int rc = loadInfo(ch, name, v);
+    if (!rc) rc = vals.load(ch, v);
+    if (rc) readFailed(name, rc);
+    return rc == 0;
+}
+
 // Magic, and the header's time of the last write, straight from the first
 // bytes; the library has no call for the name-case letter or the time.
 struct RawHeader {
@@ -209,10 +218,7 @@ int cmdDump(const Args& a) {
     for (const std::string& name : names) {
         VarInfo v;
         Values vals;
-        int rc = loadInfo(f.channel(), name, v);
-        if (!rc) rc = vals.load(f.channel(), v);
-        if (rc) {
-            readFailed(name, rc);
+        if (!loadVariable(f.channel(), name, v, vals)) {
             result = kFailed;
             continue;
         }
@@ -250,12 +256,7 @@ int cmdCheck(const Args& a) {
         for (const std::string& name : names) {
             VarInfo v;
             Values vals;
-            int rc = loadInfo(f.channel(), name, v);
-            if (!rc) rc = vals.load(f.channel(), v);
-            if (rc) {
-                readFailed(name, rc);
-                bad++;
-            }
+            if (!loadVariable(f.channel(), name, v, vals)) bad++;
         }
         if (bad) {
             complain("%s: check failed: %zu of %zu variables unreadable", printable(path).c_str(), bad,
