@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "fake_host.h"
+#include "loaded_portal.h"
 #include "zeltra/interfaces.h"
 
 using namespace MOSAQ;
@@ -45,27 +46,7 @@ const char* const kResults =
     "status         ok\n"
     "mass           abc\n";
 
-class MarkStudy : public ::testing::Test {
-protected:
-    void SetUp() override {
-        handle = ::dlopen(ZELTRA_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(handle, nullptr) << ::dlerror();
-        auto factory = reinterpret_cast<PortalFactoryFn>(::dlsym(handle, "portalFactory"));
-        ASSERT_NE(factory, nullptr);
-        portal.reset(factory(&host, "ZeltraSDF", nullptr));
-        ASSERT_NE(portal, nullptr);
-    }
-    void TearDown() override {
-        portal.reset();
-        if (handle) ::dlclose(handle);
-    }
-
-    void* handle = nullptr;
-    FakeHost host;
-    std::unique_ptr<IPortal> portal;
-    TempDir study;
-    TempDir run;
-};
+using MarkStudy = LoadedPortal;
 
 TEST_F(MarkStudy, PlaysOneDesignEndToEnd) {
     // --- setting the study up ---------------------------------------------------

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "fake_host.h"
+#include "loaded_portal.h"
 #include "sdf.h"
 #include "zeltra/interfaces.h"
 
@@ -79,21 +80,13 @@ TagData responseTag(const String& variable, const String& response) {
     return {{"Variables", variable}, response, "Response", {{"mode", "portal", ""}}};
 }
 
-class SdfStudy : public ::testing::Test {
+class SdfStudy : public LoadedPortal {
 protected:
     void SetUp() override {
-        handle = ::dlopen(ZELTRA_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(handle, nullptr) << ::dlerror();
-        auto factory = reinterpret_cast<PortalFactoryFn>(::dlsym(handle, "portalFactory"));
-        ASSERT_NE(factory, nullptr);
-        portal.reset(factory(&host, "ZeltraSDF", nullptr));
-        ASSERT_NE(portal, nullptr);
+        LoadedPortal::SetUp();
+        if (HasFatalFailure()) return;
         results = run.file("results.sdf");
         writeResults(results);
-    }
-    void TearDown() override {
-        portal.reset();
-        if (handle) ::dlclose(handle);
     }
 
     // Writes the output tag file of an analysis through the plug-in.
@@ -116,11 +109,6 @@ protected:
 
     bool locked() const { return std::filesystem::exists(results + ".lock"); }
 
-    void* handle = nullptr;
-    FakeHost host;
-    std::unique_ptr<IPortal> portal;
-    TempDir study;
-    TempDir run;
     String results;
 };
 
