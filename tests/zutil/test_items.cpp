@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -64,10 +65,9 @@ TEST(ZuItems, CommasMakeEmptyItems)
     ASSERT_EQ(p.count, 3);
     EXPECT_EQ(p[1].type, ZU_ITEM_EMPTY);
     EXPECT_EQ(p[2].ivalue, 3);
-    EXPECT_EQ(Parsed(",").count, 1);
-    EXPECT_EQ(Parsed("1,").count, 2);
-    EXPECT_EQ(Parsed("   \t").count, 0);
-    EXPECT_EQ(Parsed("").count, 0);
+    const std::pair<const char *, int> counts[] = {{",", 1}, {"1,", 2}, {"   \t", 0}, {"", 0}};
+    for (const auto &[text, count] : counts)
+        EXPECT_EQ(Parsed(text).count, count) << '"' << text << '"';
 }
 
 TEST(ZuItems, CommentsEndTheTextOutsideQuotesAndBrackets)

@@ -15,19 +15,7 @@ std::string opt(const char *name)
     return value;
 }
 
-class ZuOptions : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        zu_optReset();
-        ZU_errClear("*", 0);
-    }
-    void TearDown() override
-    {
-        zu_optReset();
-        ZU_errClear("*", 0);
-    }
-};
+class ZuOptions : public ZuFreshState {};
 
 TEST_F(ZuOptions, StartFromTheDefaults)
 {
@@ -97,31 +85,23 @@ TEST_F(ZuOptions, UnknownNameInGetOptIsReported)
     EXPECT_EQ(rec->severity, ZU_SEV_ERROR);
 }
 
-TEST_F(ZuOptions, StackSavesAndRestoresSets)
+TEST_F(ZuOptions, StackSavesAndRestoresSetsAndReleasesThem)
 {
     ZU_setOpts("Mem_Error=NULL");
+    const double before = ZU_memTotal();
     ASSERT_EQ(ZU_push(1), 0);
     EXPECT_EQ(opt("Mem_Error"), "NULL"); // a copy of the current set
     ZU_setOpts("Mem_Error=NULL_NoMessage");
     ASSERT_EQ(ZU_push(0), 0);
+    EXPECT_GT(ZU_memTotal(), before);
     EXPECT_EQ(opt("Mem_Error"), "Exit"); // a copy of the defaults
     ZU_pop();
     EXPECT_EQ(opt("Mem_Error"), "NULL_NoMessage");
     ZU_pop();
     EXPECT_EQ(opt("Mem_Error"), "NULL");
+    EXPECT_EQ(ZU_memTotal(), before);
     ZU_pop(); // empty stack: nothing happens
     EXPECT_EQ(opt("Mem_Error"), "NULL");
-}
-
-TEST_F(ZuOptions, StackReleasesItsMemory)
-{
-    double before = ZU_memTotal();
-    ZU_push(1);
-    ZU_push(0);
-    EXPECT_GT(ZU_memTotal(), before);
-    ZU_pop();
-    ZU_pop();
-    EXPECT_EQ(ZU_memTotal(), before);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -42,14 +43,10 @@ protected:
 
 TEST_F(ZuPath, KnowsAbsoluteForms)
 {
-    EXPECT_TRUE(ZU_isAbsolute("/a"));
-    EXPECT_TRUE(ZU_isAbsolute("\\a"));
-    EXPECT_TRUE(ZU_isAbsolute("C:name"));
-    EXPECT_TRUE(ZU_isAbsolute("\\\\server\\share"));
-    EXPECT_FALSE(ZU_isAbsolute("a/b"));
-    EXPECT_FALSE(ZU_isAbsolute("1:x"));
-    EXPECT_FALSE(ZU_isAbsolute(""));
-    EXPECT_FALSE(ZU_isAbsolute(nullptr));
+    for (const char *p : {"/a", "\\a", "C:name", "\\\\server\\share"})
+        EXPECT_TRUE(ZU_isAbsolute(p)) << p;
+    for (const char *p : {"a/b", "1:x", "", static_cast<const char *>(nullptr)})
+        EXPECT_FALSE(ZU_isAbsolute(p)) << (p ? p : "(null)");
 }
 
 TEST_F(ZuPath, AbsoluteJoinsAndReducesBothSlashKinds)
@@ -116,22 +113,16 @@ TEST_F(ZuPath, ReducedFormFitsTheMaximum)
 
 TEST_F(ZuPath, BaseAndDirNamesCutInPlace)
 {
-    EXPECT_EQ(baseName("a/b/"), "b");
-    EXPECT_EQ(baseName("a\\b"), "b");
-    EXPECT_EQ(baseName("name"), "name");
-    EXPECT_EQ(baseName("/"), "/");
-    EXPECT_EQ(baseName("///"), "/");
-    EXPECT_EQ(baseName(""), "");
+    const std::pair<const char *, const char *> bases[] = {
+        {"a/b/", "b"}, {"a\\b", "b"}, {"name", "name"}, {"/", "/"}, {"///", "/"}, {"", ""}};
+    for (const auto &[path, base] : bases)
+        EXPECT_EQ(baseName(path), base) << path;
+    const std::pair<const char *, const char *> dirs[] = {
+        {"name", "."},     {"/name", "/"},  {"C:name", "C:"}, {"C:\\name", "C:\\"},
+        {"C:/a/b", "C:/a"}, {"a//b\\", "a"}, {"//x", "/"},     {"\\", "\\"}};
+    for (const auto &[path, dir] : dirs)
+        EXPECT_EQ(dirName(path), dir) << path;
     EXPECT_STREQ(ZU_baseName(nullptr), "");
-
-    EXPECT_EQ(dirName("name"), ".");
-    EXPECT_EQ(dirName("/name"), "/");
-    EXPECT_EQ(dirName("C:name"), "C:");
-    EXPECT_EQ(dirName("C:\\name"), "C:\\");
-    EXPECT_EQ(dirName("C:/a/b"), "C:/a");
-    EXPECT_EQ(dirName("a//b\\"), "a");
-    EXPECT_EQ(dirName("//x"), "/");
-    EXPECT_EQ(dirName("\\"), "\\");
     EXPECT_STREQ(ZU_dirName(nullptr), "");
 
     EXPECT_EQ(takeText(ZU_baseNameDup("x/y.txt")), "y.txt");

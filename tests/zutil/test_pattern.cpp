@@ -68,28 +68,19 @@ TEST(ZuPattern, MatchesTemplatesAgainstTexts)
 
 TEST(ZuPattern, UnanchoredExpressionsSearchTheText)
 {
-    unsigned char buf[ZU_PAT_BUFSIZE] = {};
-    auto compile = [&](const char *re) {
-        buf[0] = 0;
-        return setPat(re, buf, buf + sizeof buf, 0, 0);
+    // A lone '$' is tried at the end of the text as well; a star with nothing
+    // to act on and a '$' inside are ordinary characters.
+    const MatchCase cases[] = {
+        {"b*c", "xabbc", 1}, {"b*c", "xyz", 0}, {".c", "zzac", 1},        {".c", "c", 0},
+        {"$", "abc", 1},     {"*a", "x*a", 1},  {"*a", "xa", 0},          {"\\(*\\)", "*", 1},
+        {"\\(*\\)", "", 0},  {"a$b", "a$b", 1},
     };
-    ASSERT_EQ(compile("b*c"), 0);
-    EXPECT_EQ(ZU_patMatch("xabbc", buf), 1);
-    EXPECT_EQ(ZU_patMatch("xyz", buf), 0);
-    ASSERT_EQ(compile(".c"), 0);
-    EXPECT_EQ(ZU_patMatch("zzac", buf), 1);
-    EXPECT_EQ(ZU_patMatch("c", buf), 0);
-    ASSERT_EQ(compile("$"), 0); // tried at the end of the text as well
-    EXPECT_EQ(ZU_patMatch("abc", buf), 1);
-    // A star with nothing to act on is an ordinary character.
-    ASSERT_EQ(compile("*a"), 0);
-    EXPECT_EQ(ZU_patMatch("x*a", buf), 1);
-    EXPECT_EQ(ZU_patMatch("xa", buf), 0);
-    ASSERT_EQ(compile("\\(*\\)"), 0);
-    EXPECT_EQ(ZU_patMatch("*", buf), 1);
-    EXPECT_EQ(ZU_patMatch("", buf), 0);
-    ASSERT_EQ(compile("a$b"), 0); // '$' inside is ordinary
-    EXPECT_EQ(ZU_patMatch("a$b", buf), 1);
+    unsigned char buf[ZU_PAT_BUFSIZE] = {};
+    for (const MatchCase &c : cases) {
+        buf[0] = 0;
+        ASSERT_EQ(setPat(c.tmpl, buf, buf + sizeof buf, 0, 0), 0) << c.tmpl;
+        EXPECT_EQ(ZU_patMatch(c.text, buf), c.expected) << '"' << c.tmpl << "\" vs \"" << c.text << '"';
+    }
 }
 
 TEST(ZuPattern, CompileErrorsCarryTheirCodes)

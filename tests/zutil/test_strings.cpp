@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -103,12 +104,9 @@ TEST(ZuString, ReadsRealsClampedToSinglePrecision)
 
 TEST(ZuString, ParsesLevelsRelativeOrAbsolute)
 {
-    EXPECT_EQ(ZU_parseLevel("x", 4), 4);
-    EXPECT_EQ(ZU_parseLevel("+2", 4), 6);
-    EXPECT_EQ(ZU_parseLevel("+9", 4), 9);
-    EXPECT_EQ(ZU_parseLevel("-9", 4), 1);
-    EXPECT_EQ(ZU_parseLevel("7", 4), 7);
-    EXPECT_EQ(ZU_parseLevel("12", 4), 12);
+    const std::pair<const char *, int> cases[] = {{"x", 4}, {"+2", 6}, {"+9", 9}, {"-9", 1}, {"7", 7}, {"12", 12}};
+    for (const auto &[text, level] : cases)
+        EXPECT_EQ(ZU_parseLevel(text, 4), level) << text;
 }
 
 TEST(ZuString, FixesFileNames)

@@ -1,7 +1,10 @@
 // Helpers shared by the utility library's tests.
 #pragma once
 
+#include "zu_internal.h"
 #include "zutil.h"
+
+#include <gtest/gtest.h>
 
 #include <string>
 
@@ -13,8 +16,15 @@ inline std::string takeText(char *tracked)
     return out;
 }
 
-// Starts each error-set test from an empty set and default options.
-inline void resetErrorsAndOptions()
-{
-    ZU_errClear("*", 0);
-}
+// Starts and ends a test with an empty error set and default options, as
+// both are process-wide and other tests in the same run change them.
+class ZuFreshState : public testing::Test {
+protected:
+    static void reset()
+    {
+        zu_optReset();
+        ZU_errClear("*", 0);
+    }
+    void SetUp() override { reset(); }
+    void TearDown() override { reset(); }
+};
