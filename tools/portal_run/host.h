@@ -78,6 +78,8 @@ public:
     void note(int level, const std::string& text);
     // The error and warning lines of the current design, oldest first.
     const std::vector<std::string>& problems() const { return problems_; }
+    // Whether an error or warning line of the current design said text.
+    bool hasProblem(const std::string& text) const;
     // Whether the setting "verbose" is on, as the portal reads it.
     bool verbose() const;
 

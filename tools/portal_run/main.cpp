@@ -16,6 +16,7 @@
 #include "plugin.h"
 #include "process.h"
 #include "results.h"
+#include "reuse.h"
 #include "study.h"
 #include "study_run.h"
 
@@ -223,6 +224,18 @@ int main(int argc, char** argv) {
                          o.plugin.c_str(), study.portal.c_str());
             return kExitPlugin;
         }
+    }
+    // What decides a design's result besides its values: a record made
+    // under another identity is not this study's result.
+    const std::string pluginFile = loadedLibraryFile(o.plugin);
+    std::string pluginHash;
+    if (!fileHash(pluginFile, pluginHash)) {
+        std::fprintf(stderr, "portal-run: cannot read the plug-in %s\n", pluginFile.c_str());
+        return kExitPlugin;
+    }
+    if (!studyIdentity(study, o.run.settings, pluginHash, o.run.identity, error)) {
+        std::fprintf(stderr, "portal-run: %s\n", error.c_str());
+        return kExitStudy;
     }
     Console console(o.quiet, ::isatty(2) == 1);
     return runStudy(study, designs, plugin, o.run, console);
