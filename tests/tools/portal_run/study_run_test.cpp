@@ -169,7 +169,7 @@ TEST_F(StudyRun, RecordsEachFailureAndGoesOn) {
 // value, and the range gives the value the user means: the input and the
 // CSV agree.
 TEST_F(StudyRun, RangeValuesAreTheSameInTheInputAndTheCsv) {
-    writeStudy("1, 1, 1, 1", "", "from = 0.0\nto = 0.3\nstep = 0.1");
+    writeStudy("1, 1, 1, 1, 1", "", "from = 0.0\nto = 0.4\nstep = 0.1");
     ASSERT_EQ(run(study()), 0) << output;
     EXPECT_EQ(readFile(at("runs/design_0004/deck.inp")), "length 1\nwidth 0.3\n");
     EXPECT_NE(csv().find("\n4,1,0.3,0.3,ok,\n"), std::string::npos) << csv();
@@ -231,12 +231,12 @@ TEST_F(StudyRun, ReRunSkipsDesignsAlreadyDone) {
 // A record holds its responses by name: reordering the study's responses
 // changes the columns, and each value stays in its own.
 TEST_F(StudyRun, ReRunKeepsEachResponseInItsColumn) {
-    writeStudy("1, 3", "", "value = 0.5", {"area", "half"});
+    writeStudy("1, 3", "", "value = 0.25", {"area", "half"});
     EXPECT_EQ(run(study()), 1) << output;
-    writeStudy("1, 3", "", "value = 0.5", {"half", "area"});
+    writeStudy("1, 3", "", "value = 0.25", {"half", "area"});
     EXPECT_EQ(run(study()), 1) << output;
     EXPECT_EQ(solverCalls(), 2u) << "the same designs ran again";
-    EXPECT_NE(csv().find("design,length,width,half,area,status,reason\n1,1,0.5,0.5,0.5,ok,\n"),
+    EXPECT_NE(csv().find("design,length,width,half,area,status,reason\n1,1,0.25,0.5,0.25,ok,\n"),
               std::string::npos)
         << csv();
     EXPECT_NE(output.find("(2 done before)"), std::string::npos) << output;
