@@ -43,7 +43,7 @@ std::string firstError(const String& errors) {
     const auto all = lines(errors);
     for (const std::string& l : all) {
         if (l.find("ERROR") == std::string::npos && l.find("Error") == std::string::npos) continue;
-        return startsWithWord(l, "ERROR: ") ? l.substr(7) : l;
+        return withoutLevelWord(l, 2);
     }
     return all.empty() ? "the portal gave no reason" : all.front();
 }
@@ -192,7 +192,7 @@ bool DesignRun::check() {
         std::ifstream in(runDir_ + "/" + kMessagesFile, std::ios::binary);
         for (std::string l; std::getline(in, l);) {
             if (startsWithWord(l, "ERROR:")) {
-                first = l.substr(l.size() > 6 && l[6] == ' ' ? 7 : 6);
+                first = withoutLevelWord(l, 2);
                 break;
             }
         }

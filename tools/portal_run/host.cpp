@@ -19,8 +19,11 @@ void appendError(String& errors, const std::string& text) {
     errors += "ERROR: " + text;
 }
 
-// The text without a leading level word ("ERROR:", "Warning:", ...) that
-// names the level it is logged at.
+// Keeps a design's record readable when a portal floods it.
+constexpr std::size_t kMaxProblems = 200;
+
+}  // namespace
+
 std::string withoutLevelWord(const std::string& text, int level) {
     static const std::pair<int, const char*> kWords[] = {
         {2, "ERROR:"}, {4, "WARNING:"}, {4, "WARN:"}, {8, "NOTE:"}, {16, "OUTPUT:"}};
@@ -32,11 +35,6 @@ std::string withoutLevelWord(const std::string& text, int level) {
     }
     return text;
 }
-
-// Keeps a design's record readable when a portal floods it.
-constexpr std::size_t kMaxProblems = 200;
-
-}  // namespace
 
 const char* levelName(int level) {
     switch (level) {
@@ -132,8 +130,7 @@ void RunHost::note(int level, const std::string& text) {
 
 bool RunHost::hasProblem(const std::string& text) const {
     for (const std::string& p : problems_)
-        if (p.size() > text.size() && p.compare(p.size() - text.size(), text.size(), text) == 0 &&
-            p.compare(p.size() - text.size() - 2, 2, ": ") == 0)
+        if (p == std::string(levelName(2)) + ": " + text || p == std::string(levelName(4)) + ": " + text)
             return true;
     return false;
 }

@@ -107,4 +107,9 @@ private:
 // The word a level is shown with: "error", "warning", "note", "solver".
 const char* levelName(int level);
 
+// The text without a leading level word ("ERROR:", "Warning:", ...; any
+// case) that names the level it is logged at: every line is shown with its
+// level in front, and a word of its own would only say it twice.
+std::string withoutLevelWord(const std::string& text, int level);
+
 }  // namespace portalrun

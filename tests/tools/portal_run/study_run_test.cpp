@@ -212,6 +212,9 @@ TEST_F(StudyRun, ReRunSkipsDesignsAlreadyDone) {
 
     EXPECT_EQ(run("--retry-failed " + study()), 1);
     EXPECT_EQ(solverCalls(), 3u) << "only the failed design runs again";
+    EXPECT_NE(output.find("1 design run again: it failed before (--retry-failed)\n"),
+              std::string::npos)
+        << output;
 
     // A design without a whole record (an interrupted one) runs again, and
     // so does one whose values changed in the study.
@@ -220,11 +223,22 @@ TEST_F(StudyRun, ReRunSkipsDesignsAlreadyDone) {
     EXPECT_EQ(run(study()), 1);
     EXPECT_EQ(solverCalls(), 5u);
     EXPECT_NE(csv().find("1,1.5,0.5,0.75,ok,"), std::string::npos) << csv();
+    EXPECT_NE(output.find("1 design run again: the design's parameter values changed\n"),
+              std::string::npos)
+        << output;
+    EXPECT_EQ(output.find("2 designs run again"), std::string::npos) << "a design never done";
+
+    // A record that isn't whole runs its design again, and says so.
+    std::ofstream(at("runs/design_0002/result.toml"), std::ios::trunc) << "design = 2\nstat";
+    EXPECT_EQ(run(study()), 1);
+    EXPECT_EQ(solverCalls(), 6u);
+    EXPECT_NE(output.find("1 design run again: its record was damaged"), std::string::npos)
+        << output;
 
     // --fresh removes what runs leave, not a folder of the user's.
     std::filesystem::create_directories(at("runs/design_notes"));
     EXPECT_EQ(run("--fresh " + study()), 1);
-    EXPECT_EQ(solverCalls(), 7u);
+    EXPECT_EQ(solverCalls(), 8u);
     EXPECT_TRUE(std::filesystem::exists(at("runs/design_notes")));
 }
 
