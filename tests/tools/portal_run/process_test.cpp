@@ -82,6 +82,7 @@ TEST(SolverProcess, ExpandedValuesReachTheSolverUnchanged) {
         {"printf '%s|' 'x ${study_dir}'", "x " + value + "|"},
         {"printf '%s|' \"it's\" ${study_dir} 'a\"b'", "it's|" + value + "|a\"b|"},
         {"printf '%s|' \\' ${study_dir}", "'|" + value + "|"},
+        {"printf '%s|' \"${UNSET_HERE:-${study_dir}}\"", value + "|"},
     };
     for (const auto& [command, expected] : cases) {
         const std::string expanded = expandCommand(command, value, "/run", 1);
