@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <cstring>
 #include <sstream>
 
 #include "fake_host.h"
@@ -259,53 +259,43 @@ TEST_F(StudyRun, ReRunKeepsEachResponseInItsColumn) {
 // Whatever decides a design's result runs it again when it changes, and
 // the summary says why; what only changes the log doesn't.
 TEST_F(StudyRun, ReRunRedoesDesignsWhoseSetupChanged) {
-    plugin = dir.file("copy-of-plugin.so");
+    plugin = dir.file("plugin.so");
     std::filesystem::copy_file(ZELTRA_PLUGIN_PATH, plugin);
-    auto editStudy = [this](const std::string& from, const std::string& to,
-                            const std::string& file = "s.toml") {
-        std::string text = readFile(at("s.toml"));
-        text.replace(text.find(from), from.size(), to);
-        std::ofstream(at(file), std::ios::trunc) << text;
-    };
+    // source's text with `from` replaced by `to` (appended when `from` is
+    // empty) goes to target; a study target is the one that runs.
     struct Case {
-        const char* what;
-        std::function<void()> change;
-        const char* file;   // the study that runs after the change
+        const char *source, *target, *from, *to;
         const char* cause;  // nullptr: the record stands
     };
+    const char* const kSolverCause = "the solver command or its time limits changed";
+    const char* const kFilesCause = "an input, output or tag file changed";
     const Case cases[] = {
-        {"a second study beside, with another command",
-         [&] { editStudy("solve.sh ", "solve.sh  ", "t.toml"); }, "t.toml",
-         "the solver command or its time limits changed"},
-        {"a time limit", [&] { editStudy("kill_grace", "time_limit = 20\nkill_grace"); }, "s.toml",
-         "the solver command or its time limits changed"},
-        {"the input template", [&] { dir.write("deck.inp", "length 0\nwidth 0\n\n"); }, "s.toml",
-         "an input, output or tag file changed"},
-        {"an output's tag file",
-         [&] { dir.write("M_out_s_results.txt", tagFile("results.txt", "free, 1,\\s, 2, Double, area, %.3g\n")); },
-         "s.toml", "an input, output or tag file changed"},
-        {"a response more", [&] { editStudy("name = \"area\"", "name = \"area\"\n[[responses]]\nname = \"half\""); },
-         "s.toml", "the study's responses changed"},
-        {"a host setting", [&] { editStudy("[design]", "[settings]\nmodel = 2\n[design]"); }, "s.toml",
+        {"s.toml", "t.toml", "solve.sh ", "solve.sh  ", kSolverCause},  // a study beside
+        {"s.toml", "s.toml", "kill_grace", "time_limit = 20\nkill_grace", kSolverCause},
+        {"deck.inp", "deck.inp", "width 0\n", "width 0\n\n", kFilesCause},
+        {"M_out_s_results.txt", "M_out_s_results.txt", "area, %g", "area, %.3g", kFilesCause},
+        {"s.toml", "s.toml", "[[responses]]", "[[responses]]\nname = \"half\"\n[[responses]]",
+         "the study's responses changed"},
+        {"s.toml", "s.toml", "[design]", "[settings]\nmodel = 2\n[design]",
          "the study's name, version, portal, settings or properties changed"},
-        {"only the log", [&] { editStudy("[design]", "[settings]\nverbose = true\n[design]"); }, "s.toml",
-         nullptr},
-        {"the plug-in", [&] { std::ofstream(plugin, std::ios::app | std::ios::binary) << "x"; }, "s.toml",
-         "the plug-in changed"},
+        {"s.toml", "s.toml", "[design]", "[settings]\nverbose = true\n[design]", nullptr},
+        {"plugin.so", "plugin.so", "", "x", "the plug-in changed"},
     };
     for (const Case& c : cases) {
         placeIn("");
         writeStudy("1");
         ASSERT_EQ(run("--fresh " + study()), 0) << output;
         const std::size_t before = solverCalls();
-        c.change();
-        ASSERT_EQ(run(shellWord(at(c.file))), 0) << c.what << "\n" << output;
-        EXPECT_EQ(solverCalls(), before + (c.cause ? 1 : 0)) << c.what << "\n" << output;
-        if (c.cause)
-            EXPECT_NE(output.find(std::string("1 design run again: ") + c.cause), std::string::npos)
-                << c.what << "\n" << output;
-        else
-            EXPECT_NE(output.find("(1 done before)"), std::string::npos) << c.what << "\n" << output;
+        std::string text = readFile(at(c.source));
+        text.replace(*c.from ? text.find(c.from) : text.size(), std::strlen(c.from), c.to);
+        std::ofstream(at(c.target), std::ios::binary | std::ios::trunc) << text;
+        const std::string target = c.target;
+        const bool isStudy = target.ends_with(".toml");
+        ASSERT_EQ(run(shellWord(at(isStudy ? target : "s.toml"))), 0) << c.to << "\n" << output;
+        EXPECT_EQ(solverCalls(), before + (c.cause ? 1 : 0)) << c.to << "\n" << output;
+        const std::string said = c.cause ? std::string("1 design run again: ") + c.cause
+                                         : "(1 done before)";
+        EXPECT_NE(output.find(said), std::string::npos) << c.to << "\n" << output;
     }
 }
 
