@@ -261,30 +261,29 @@ TEST_F(StudyRun, ReRunKeepsEachResponseInItsColumn) {
 TEST_F(StudyRun, ReRunRedoesDesignsWhoseSetupChanged) {
     plugin = dir.file("plugin.so");
     std::filesystem::copy_file(ZELTRA_PLUGIN_PATH, plugin);
-    // source's text with `from` replaced by `to` (appended when `from` is
-    // empty) goes to target; a study target is the one that runs.
+    // One change after the other, each alone in what it changes: source's
+    // text with `from` replaced by `to` (appended when `from` is empty) goes
+    // to target; a study target is the one that runs.
     struct Case {
         const char *source, *target, *from, *to;
         const char* cause;  // nullptr: the record stands
     };
-    const char* const kSolverCause = "the solver command or its time limits changed";
     const char* const kFilesCause = "an input, output or tag file changed";
     const Case cases[] = {
-        {"s.toml", "t.toml", "solve.sh ", "solve.sh  ", kSolverCause},  // a study beside
-        {"s.toml", "s.toml", "kill_grace", "time_limit = 20\nkill_grace", kSolverCause},
         {"deck.inp", "deck.inp", "width 0\n", "width 0\n\n", kFilesCause},
         {"M_out_s_results.txt", "M_out_s_results.txt", "area, %g", "area, %.3g", kFilesCause},
         {"s.toml", "s.toml", "[[responses]]", "[[responses]]\nname = \"half\"\n[[responses]]",
          "the study's responses changed"},
         {"s.toml", "s.toml", "[design]", "[settings]\nmodel = 2\n[design]",
          "the study's name, version, portal, settings or properties changed"},
-        {"s.toml", "s.toml", "[design]", "[settings]\nverbose = true\n[design]", nullptr},
+        {"s.toml", "s.toml", "model = 2\n", "model = 2\nverbose = true\n", nullptr},
         {"plugin.so", "plugin.so", "", "x", "the plug-in changed"},
+        {"s.toml", "t.toml", "solve.sh ", "solve.sh  ",  // a study beside
+         "the solver command or its time limits changed"},
     };
+    writeStudy("1");
+    ASSERT_EQ(run(study()), 0) << output;
     for (const Case& c : cases) {
-        placeIn("");
-        writeStudy("1");
-        ASSERT_EQ(run("--fresh " + study()), 0) << output;
         const std::size_t before = solverCalls();
         std::string text = readFile(at(c.source));
         text.replace(*c.from ? text.find(c.from) : text.size(), std::strlen(c.from), c.to);
