@@ -168,6 +168,10 @@ int Scheduler::workerMain(std::size_t index, int fd) {
 }
 
 bool Scheduler::launch(std::size_t index) {
+    // The record of an earlier run must not pass for this one's when the
+    // worker ends before it has cleared the run folder.
+    std::error_code ec;
+    fs::remove(recordPath(index), ec);
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         console_.logLine(2, 0, std::string("cannot make a pipe: ") + std::strerror(errno));
