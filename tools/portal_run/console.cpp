@@ -14,7 +14,9 @@ void Console::logLine(int level, int design, const std::string& text) {
     FILE* out = problem ? stderr : stdout;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
+        // The runner's own lines, about no design, say whose they are.
         if (design > 0) std::fprintf(out, "design %d: ", design);
+        else std::fputs("portal-run: ", out);
         std::fprintf(out, "%s: %s\n", levelName(level), line.c_str());
     }
     std::fflush(out);
@@ -49,7 +51,8 @@ void Console::drawBar() {
     const int filled = static_cast<int>(static_cast<long long>(done_) * kWidth / total_);
     std::string bar(static_cast<std::size_t>(filled), '#');
     bar.resize(kWidth, '.');
-    std::fprintf(stderr, "\r\033[K[%s] %d/%d designs", bar.c_str(), done_, total_);
+    std::fprintf(stderr, "\r\033[K[%s] %d/%d design%s", bar.c_str(), done_, total_,
+                 total_ == 1 ? "" : "s");
     if (failed_) std::fprintf(stderr, ", %d failed", failed_);
     if (running_) std::fprintf(stderr, ", %d running", running_);
     std::fflush(stderr);

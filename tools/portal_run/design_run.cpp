@@ -43,7 +43,7 @@ std::string firstError(const String& errors) {
     const auto all = lines(errors);
     for (const std::string& l : all) {
         if (l.find("ERROR") == std::string::npos && l.find("Error") == std::string::npos) continue;
-        return startsWithWord(l, "ERROR: ") ? l.substr(7) : l;
+        return withoutLevelWord(l, 2);
     }
     return all.empty() ? "the portal gave no reason" : all.front();
 }
@@ -103,8 +103,8 @@ DesignRun::DesignRun(MOSAQ::Portals::IPortal& portal, RunHost& host, const Study
              {"outputTagFilepaths", join(outputTags, "\n")}};
 }
 
-void DesignRun::fail(const std::string& reason) {
-    host_.note(2, reason);
+void DesignRun::fail(const std::string& reason, bool shown) {
+    if (!shown) host_.note(2, reason);
     if (reason_.empty()) reason_ = reason;
 }
 
@@ -148,7 +148,8 @@ bool DesignRun::tagInputs() {
     bool ok = portal_.processInputs(data_, nullptr, errors);
     logErrors(errors);
     if (!ok || errors.find("ERROR") != String::npos)
-        fail("preparing the inputs failed: " + firstError(errors));
+        fail("preparing the inputs failed: " + firstError(errors),
+             host_.hasProblem(firstError(errors)));
     return !failed();
 }
 
@@ -191,11 +192,12 @@ bool DesignRun::check() {
         std::ifstream in(runDir_ + "/" + kMessagesFile, std::ios::binary);
         for (std::string l; std::getline(in, l);) {
             if (startsWithWord(l, "ERROR:")) {
-                first = l.substr(l.size() > 6 && l[6] == ' ' ? 7 : 6);
+                first = withoutLevelWord(l, 2);
                 break;
             }
         }
-        fail("the solver reported an error: " + first);
+        // The portal has shown the solver's messages at their levels.
+        fail("the solver reported an error: " + first, host_.hasProblem(first));
     }
     return !failed();
 }
@@ -205,16 +207,16 @@ bool DesignRun::collect() {
     bool ok = portal_.processOutputs(data_, nullptr, errors);
     logErrors(errors);
     const auto& got = host_.context().responses();
-    responses_.assign(study_.responses.size(), "");
-    for (std::size_t i = 0; i < study_.responses.size(); ++i) {
-        const std::string& name = study_.responses[i].name;
-        auto it = got.find(name);
-        if (it == got.end()) fail("the response '" + name + "' was not reported");
-        else if (it->second.failed) fail("the response '" + name + "' couldn't be read: " + it->second.message);
-        else responses_[i] = responseText(it->second.values);
+    for (const Response& r : study_.responses) {
+        std::string& text = responses_[r.name];
+        auto it = got.find(r.name);
+        if (it == got.end()) fail("the response '" + r.name + "' was not reported");
+        else if (it->second.failed) fail("the response '" + r.name + "' couldn't be read: " + it->second.message);
+        else text = responseText(it->second.values);
     }
     if (!ok || errors.find("ERROR") != String::npos)
-        fail("reading the outputs failed: " + firstError(errors));
+        fail("reading the outputs failed: " + firstError(errors),
+             host_.hasProblem(firstError(errors)));
     return !failed();
 }
 
@@ -227,9 +229,11 @@ DesignResult DesignRun::result() const {
     r.design = design_.number;
     r.status = failed() ? "failed" : "ok";
     r.reason = reason_;
-    r.parameters = parameterTexts(design_);
-    r.responses = responses_;
-    if (r.responses.size() != study_.responses.size()) r.responses.resize(study_.responses.size());
+    r.parameters = parameterValues(study_, design_);
+    for (const Response& resp : study_.responses) {
+        auto it = responses_.find(resp.name);
+        r.responses[resp.name] = it == responses_.end() ? "" : it->second;
+    }
     r.messages = host_.problems();
     r.seconds = solverSeconds_;
     return r;

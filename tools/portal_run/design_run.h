@@ -7,6 +7,7 @@
 #pragma once
 
 #include <csignal>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -40,7 +41,9 @@ public:
     DesignResult result() const;
 
 private:
-    void fail(const std::string& reason);
+    // Records the first reason; shown says whether the portal's log already
+    // showed it, so that it isn't printed twice.
+    void fail(const std::string& reason, bool shown = false);
     void logErrors(const String& errors);
 
     MOSAQ::Portals::IPortal& portal_;
@@ -51,7 +54,7 @@ private:
     StringStringMap data_;
     std::string reason_;
     bool interrupted_ = false;
-    std::vector<std::string> responses_;
+    std::map<std::string, std::string> responses_;
     double solverSeconds_ = 0.0;
 };
 

@@ -15,13 +15,19 @@ namespace portalrun {
 
 namespace {
 
+// "study.toml:12" for the parameter's table, so the user finds it.
+std::string placeOf(const Study& s, const Parameter& p) {
+    const std::string file = s.file.empty() ? s.path : s.file;
+    return p.line > 0 ? file + ":" + std::to_string(p.line) : file;
+}
+
 std::vector<Design> grid(const Study& s) {
     long long total = 1;
     for (const Parameter& p : s.parameters) {
         total *= static_cast<long long>(p.values.size());
         if (total > kMaxDesigns)
-            throw StudyError(s.path + ": the grid has more than " + std::to_string(kMaxDesigns) +
-                             " designs");
+            throw StudyError((s.file.empty() ? s.path : s.file) + ": the grid has more than " +
+                             std::to_string(kMaxDesigns) + " designs");
     }
     std::vector<Design> out(static_cast<std::size_t>(total));
     for (long long i = 0; i < total; ++i) {
@@ -44,9 +50,10 @@ std::vector<Design> list(const Study& s) {
     for (const Parameter& p : s.parameters) {
         if (p.values.size() == 1) continue;
         if (longest && p.values.size() != n)
-            throw StudyError(s.path + ": method \"list\": parameter '" + p.name + "' has " +
-                             std::to_string(p.values.size()) + " values, '" + longest->name +
-                             "' has " + std::to_string(n));
+            throw StudyError(placeOf(s, p) + ": method \"list\": parameter '" + p.name +
+                             "' has " + std::to_string(p.values.size()) + " values, '" +
+                             longest->name + "' (line " + std::to_string(longest->line) +
+                             ") has " + std::to_string(n));
         longest = &p;
         n = p.values.size();
     }

@@ -4,7 +4,10 @@
 // failures, so the design fails with the reason in its record.
 #include "host.h"
 
+#include <strings.h>
+
 #include <cctype>
+#include <cstring>
 #include <filesystem>
 
 namespace portalrun {
@@ -20,6 +23,18 @@ void appendError(String& errors, const std::string& text) {
 constexpr std::size_t kMaxProblems = 200;
 
 }  // namespace
+
+std::string withoutLevelWord(const std::string& text, int level) {
+    static const std::pair<int, const char*> kWords[] = {
+        {2, "ERROR:"}, {4, "WARNING:"}, {4, "WARN:"}, {8, "NOTE:"}, {16, "OUTPUT:"}};
+    for (const auto& [wordLevel, word] : kWords) {
+        const std::size_t n = std::strlen(word);
+        if (wordLevel != level || ::strncasecmp(text.c_str(), word, n) != 0) continue;
+        const std::size_t rest = text.find_first_not_of(' ', n);
+        return rest == std::string::npos ? std::string() : text.substr(rest);
+    }
+    return text;
+}
 
 const char* levelName(int level) {
     switch (level) {
@@ -113,7 +128,17 @@ void RunHost::note(int level, const std::string& text) {
     logMessage(text, study_.name, design_, level);
 }
 
-void RunHost::logMessage(const String& text, const String&, int, int level) {
+bool RunHost::hasProblem(const std::string& text) const {
+    for (const std::string& p : problems_)
+        if (p == std::string(levelName(2)) + ": " + text || p == std::string(levelName(4)) + ": " + text)
+            return true;
+    return false;
+}
+
+void RunHost::logMessage(const String& rawText, const String&, int, int level) {
+    // Every line is shown with its level's name in front; a level word the
+    // text carries itself would only say it twice.
+    const std::string text = withoutLevelWord(rawText, level);
     // The portal's evalId is the one the runner gave it; the runner's own
     // count is used so that lines of a portal without data still land right.
     if (log_.is_open()) log_ << levelName(level) << ": " << text << "\n" << std::flush;

@@ -78,6 +78,8 @@ public:
     void note(int level, const std::string& text);
     // The error and warning lines of the current design, oldest first.
     const std::vector<std::string>& problems() const { return problems_; }
+    // Whether an error or warning line of the current design said text.
+    bool hasProblem(const std::string& text) const;
     // Whether the setting "verbose" is on, as the portal reads it.
     bool verbose() const;
 
@@ -104,5 +106,10 @@ private:
 
 // The word a level is shown with: "error", "warning", "note", "solver".
 const char* levelName(int level);
+
+// The text without a leading level word ("ERROR:", "Warning:", ...; any
+// case) that names the level it is logged at: every line is shown with its
+// level in front, and a word of its own would only say it twice.
+std::string withoutLevelWord(const std::string& text, int level);
 
 }  // namespace portalrun

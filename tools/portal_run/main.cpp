@@ -16,6 +16,7 @@
 #include "plugin.h"
 #include "process.h"
 #include "results.h"
+#include "reuse.h"
 #include "study.h"
 #include "study_run.h"
 
@@ -35,7 +36,9 @@ const char* const kUsage =
     "Runs a study: every design of the study file goes through the portal\n"
     "plug-in and the solver in a run folder of its own, and the results end up\n"
     "in RUNS/results.csv with a summary. A re-run goes on where the last one\n"
-    "stopped: designs already done are skipped.\n"
+    "stopped: a design done before is kept when its values, the solver\n"
+    "command, the input and tag files, the responses, the settings and the\n"
+    "plug-in are all unchanged; any other runs again, and the summary says why.\n"
     "\n"
     "options:\n"
     "  -j, --jobs N      run N designs at a time (default 1), each in a process\n"
@@ -47,7 +50,7 @@ const char* const kUsage =
     "  --verbose         the host setting verbose = true: the portal logs its steps\n"
     "  --set KEY=VALUE   a host setting, over the study's [settings]\n"
     "  --retry-failed    run designs that failed in an earlier run again\n"
-    "  --fresh           remove earlier run folders and results first\n"
+    "  --fresh           remove earlier run folders (design_NNNN) and results first\n"
     "  --dry-run         list the designs and stop\n"
     "  --read-locks      let the portal take SDF read locks on the outputs (off:\n"
     "                    the solver has ended before they are read)\n"
@@ -57,7 +60,8 @@ const char* const kUsage =
     "A small study file:\n"
     "\n"
     "  [solver]\n"
-    "  command = \"${study_dir}/solve.sh deck.inp\"   # run by /bin/sh in the run folder\n"
+    "  command = \"${study_dir}/solve.sh deck.inp\"   # /bin/sh in the run folder; the\n"
+    "                                               # ${...} values are quoted for it\n"
     "  time_limit = 60                              # seconds per design\n"
     "\n"
     "  [[parameters]]\n"
@@ -223,6 +227,18 @@ int main(int argc, char** argv) {
                          o.plugin.c_str(), study.portal.c_str());
             return kExitPlugin;
         }
+    }
+    // What decides a design's result besides its values: a record made
+    // under another identity is not this study's result.
+    const std::string pluginFile = loadedLibraryFile(o.plugin);
+    std::string pluginHash;
+    if (!fileHash(pluginFile, pluginHash)) {
+        std::fprintf(stderr, "portal-run: cannot read the plug-in %s\n", pluginFile.c_str());
+        return kExitPlugin;
+    }
+    if (!studyIdentity(study, o.run.settings, pluginHash, o.run.identity, error)) {
+        std::fprintf(stderr, "portal-run: %s\n", error.c_str());
+        return kExitStudy;
     }
     Console console(o.quiet, ::isatty(2) == 1);
     return runStudy(study, designs, plugin, o.run, console);

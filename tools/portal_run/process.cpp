@@ -191,22 +191,51 @@ CommandOutcome runCommand(const CommandSpec& s) {
     return o;
 }
 
+namespace {
+
+// The value quoted for the shell where it stands: unquoted it becomes one
+// single-quoted word; inside single quotes each quote of its own closes,
+// escapes and reopens; inside double quotes the four characters that keep a
+// meaning there are escaped. So the shell always sees the value as written.
+std::string quoteFor(char state, const std::string& value) {
+    std::string out;
+    if (state == '"') {
+        for (char c : value) {
+            if (c == '\\' || c == '"' || c == '$' || c == '`') out += '\\';
+            out += c;
+        }
+        return out;
+    }
+    for (char c : value) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return state == '\'' ? out : "'" + out + "'";
+}
+
+}  // namespace
+
 std::string expandCommand(const std::string& command, const std::string& studyDir,
                           const std::string& runDir, int design) {
     const std::pair<std::string, std::string> vars[] = {
         {"${study_dir}", studyDir}, {"${run_dir}", runDir}, {"${design}", std::to_string(design)}};
     std::string out;
+    char state = 0;  // 0 outside quotes, else the quote we are in
     for (std::size_t i = 0; i < command.size();) {
         bool hit = false;
         for (const auto& [name, value] : vars) {
             if (command.compare(i, name.size(), name) == 0) {
-                out += value;
+                out += quoteFor(state, value);
                 i += name.size();
                 hit = true;
                 break;
             }
         }
-        if (!hit) out += command[i++];
+        if (hit) continue;
+        const char c = command[i++];
+        out += c;
+        if (c == '\\' && state != '\'' && i < command.size()) {
+            out += command[i++];  // escaped: no quote begins or ends here
+        } else if ((c == '\'' || c == '"') && (state == 0 || state == c)) {
+            state = state ? 0 : c;
+        }
     }
     return out;
 }

@@ -32,6 +32,22 @@ bool readTexts(const toml::table& t, const char* key, std::vector<std::string>& 
     return true;
 }
 
+toml::table textTable(const std::map<std::string, std::string>& texts) {
+    toml::table t;
+    for (const auto& [k, v] : texts) t.insert(k, v);
+    return t;
+}
+
+bool readTable(const toml::table& t, const char* key, std::map<std::string, std::string>& out) {
+    const toml::table* sub = t[key].as_table();
+    if (!sub) return false;
+    for (auto&& [k, v] : *sub) {
+        if (!v.is_string()) return false;
+        out[std::string(k.str())] = v.as_string()->get();
+    }
+    return true;
+}
+
 // Writes a file whole or not at all.
 bool writeAtomically(const std::string& path, const std::string& content, std::string& error) {
     const std::string temp = path + ".tmp";
@@ -61,10 +77,33 @@ std::string runFolderName(int design) {
     return buf;
 }
 
+bool isRunFolderName(const std::string& name) {
+    const std::string prefix = "design_";
+    if (name.rfind(prefix, 0) != 0 || name.size() < prefix.size() + 4) return false;
+    return name.find_first_not_of("0123456789", prefix.size()) == std::string::npos;
+}
+
 std::vector<std::string> parameterTexts(const Design& design) {
     std::vector<std::string> out;
     for (const Value& v : design.values) out.push_back(valueText(v));
     return out;
+}
+
+std::map<std::string, std::string> parameterValues(const Study& study, const Design& design) {
+    std::map<std::string, std::string> out;
+    for (std::size_t i = 0; i < study.parameters.size() && i < design.values.size(); ++i)
+        out[study.parameters[i].name] = valueText(design.values[i]);
+    return out;
+}
+
+std::string countOf(std::size_t n, const char* noun) {
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
+void Tally::countRerun(const std::string& cause) {
+    for (auto& [c, n] : rerun)
+        if (c == cause) return void(++n);
+    rerun.emplace_back(cause, 1);
 }
 
 bool writeResult(const std::string& path, const DesignResult& r, std::string& error) {
@@ -72,9 +111,10 @@ bool writeResult(const std::string& path, const DesignResult& r, std::string& er
                   {"status", r.status},
                   {"reason", r.reason},
                   {"seconds", r.seconds},
-                  {"parameters", textArray(r.parameters)},
-                  {"responses", textArray(r.responses)},
-                  {"messages", textArray(r.messages)}};
+                  {"parameters", textTable(r.parameters)},
+                  {"responses", textTable(r.responses)},
+                  {"messages", textArray(r.messages)},
+                  {"identity", textTable(r.identity)}};
     std::ostringstream text;
     text << t << "\n";
     return writeAtomically(path, text.str(), error);
@@ -99,8 +139,8 @@ std::optional<DesignResult> readResult(const std::string& path) {
     r.status = *status;
     r.reason = *reason;
     r.seconds = t["seconds"].value<double>().value_or(0.0);
-    if (!readTexts(t, "parameters", r.parameters) || !readTexts(t, "responses", r.responses) ||
-        !readTexts(t, "messages", r.messages))
+    if (!readTable(t, "parameters", r.parameters) || !readTable(t, "responses", r.responses) ||
+        !readTexts(t, "messages", r.messages) || !readTable(t, "identity", r.identity))
         return std::nullopt;
     return r;
 }
@@ -126,8 +166,10 @@ bool writeCsv(const std::string& path, const Study& study, const std::vector<Des
         csv << designs[i].number;
         for (const std::string& p : parameterTexts(designs[i])) csv << "," << csvField(p);
         const DesignResult* r = i < results.size() && results[i] ? &*results[i] : nullptr;
-        for (std::size_t k = 0; k < study.responses.size(); ++k)
-            csv << "," << (r && k < r->responses.size() ? csvField(r->responses[k]) : "");
+        for (const Response& resp : study.responses) {
+            auto it = r ? r->responses.find(resp.name) : std::map<std::string, std::string>::const_iterator{};
+            csv << "," << (r && it != r->responses.end() ? csvField(it->second) : std::string());
+        }
         csv << "," << (r ? r->status : "pending") << "," << (r ? csvField(r->reason) : "") << "\n";
     }
     return writeAtomically(path, csv.str(), error);
@@ -136,18 +178,20 @@ bool writeCsv(const std::string& path, const Study& study, const std::vector<Des
 std::string summaryText(const Study& study, const std::vector<std::optional<DesignResult>>& results,
                         const Tally& tally, double seconds, const std::string& csvPath) {
     std::ostringstream s;
-    s << "study " << study.name << ": " << results.size() << " designs, " << tally.ok << " ok, "
-      << tally.failed << " failed";
+    s << "study " << study.name << ": " << countOf(results.size(), "design") << ", " << tally.ok
+      << " ok, " << tally.failed << " failed";
     if (tally.pending) s << ", " << tally.pending << " not run";
     if (tally.skipped) s << " (" << tally.skipped << " done before)";
     char time[32];
     std::snprintf(time, sizeof time, "%.1f", seconds);
     s << " in " << time << " s\n";
+    for (const auto& [cause, n] : tally.rerun)
+        s << "  " << countOf(static_cast<std::size_t>(n), "design") << " run again: " << cause << "\n";
     int shown = 0;
     for (const auto& r : results) {
         if (!r || r->status != "failed") continue;
         if (++shown > 20) {
-            s << "  ... and " << (tally.failed - 20) << " more failed designs\n";
+            s << "  ... and " << (tally.failed - 20) << " more failed\n";
             break;
         }
         s << "  design " << r->design << " failed: " << r->reason << "\n";

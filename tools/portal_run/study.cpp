@@ -6,7 +6,10 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <set>
@@ -154,6 +157,30 @@ Value toValue(const Reader& r, const toml::node& n, ParamType type, const std::s
     return {};
 }
 
+// Digits after the point in the shortest text of v written without an
+// exponent: 1 for 0.1, 7 for 1e-07, 0 for 250.
+int decimalPlaces(double v) {
+    char buf[400];
+    auto res = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed);
+    if (res.ec != std::errc()) return 0;
+    const std::string_view text(buf, static_cast<std::size_t>(res.ptr - buf));
+    const auto dot = text.find('.');
+    return dot == std::string_view::npos ? 0 : static_cast<int>(text.size() - dot - 1);
+}
+
+// A range's value on the grid of the decimals its start and step were
+// written with: from 0 by 0.1, the third value is 0.3 and not
+// 0.30000000000000004. Values not within rounding of that grid stay as
+// computed.
+double onDecimalGrid(double v, int places, double step) {
+    char buf[400];
+    auto res = std::to_chars(buf, buf + sizeof buf - 1, v, std::chars_format::fixed, places);
+    if (res.ec != std::errc()) return v;
+    *res.ptr = '\0';
+    const double snapped = std::strtod(buf, nullptr);
+    return std::fabs(snapped - v) <= 1e-9 * std::fabs(step) ? snapped : v;
+}
+
 void readRange(const Reader& r, const toml::table& t, Parameter& p, const std::string& where) {
     if (p.type == ParamType::Text) r.fail(&t, where, "a range needs a real or integer parameter");
     auto from = r.number(t, "from", where), to = r.number(t, "to", where);
@@ -176,8 +203,14 @@ void readRange(const Reader& r, const toml::table& t, Parameter& p, const std::s
         n = std::floor(span / *step + 1e-9) + 1;
     }
     if (n > kMaxRangeValues) r.fail(&t, where, "the range has more than a million values");
+    const int places = std::max(decimalPlaces(*from), decimalPlaces(*step));
+    const double parts = count && *count > 1 ? static_cast<double>(*count - 1) : 0.0;
     for (long long k = 0; k < static_cast<long long>(n); ++k) {
-        double v = *from + static_cast<double>(k) * *step;
+        // From the start each time, so that rounding can't add up; by count
+        // the span is divided last, which is exact where it can be.
+        const auto i = static_cast<double>(k);
+        double v = parts > 0 ? *from + span * i / parts : *from + i * *step;
+        v = onDecimalGrid(v, places, *step);
         if (k == static_cast<long long>(n) - 1 && std::fabs(v - *to) <= 1e-9 * std::fabs(*step))
             v = *to;  // the end the user wrote, not one off by rounding
         if (p.type == ParamType::Integer) {
@@ -328,6 +361,14 @@ void readTexts(const Reader& r, const toml::table& root, Study& s) {
     }
 }
 
+// Columns of results.csv besides the parameters and responses.
+bool reservedName(const std::string& name) {
+    return name == "design" || name == "status" || name == "reason";
+}
+
+const char* const kReserved =
+    "is a column of results.csv of its own (design, status and reason are taken)";
+
 void readResponses(const Reader& r, const toml::table& root, Study& s) {
     std::set<std::string> names;
     auto list = r.tables(root, "responses");
@@ -342,6 +383,12 @@ void readResponses(const Reader& r, const toml::table& root, Study& s) {
             r.fail(list[i]->get("type"), where, "unknown type '" + type + "' (numeric or text)");
         resp.numeric = type == "numeric";
         if (!names.insert(resp.name).second) r.fail(list[i], where, "defined twice");
+        if (reservedName(resp.name)) r.fail(list[i], where, kReserved);
+        for (const Parameter& p : s.parameters)
+            if (p.name == resp.name)
+                r.fail(list[i], where,
+                       "a parameter (line " + std::to_string(p.line) +
+                           ") has the same name; results.csv needs a column for each");
         s.responses.push_back(resp);
     }
 }
@@ -350,6 +397,7 @@ Study build(const toml::table& root, const std::string& path) {
     Study s;
     s.path = fs::absolute(path).lexically_normal().string();
     s.dir = fs::path(s.path).parent_path().string();
+    s.file = path;
     Reader r(path, s.dir);
     r.checkKeys(root, "", {"study", "solver", "design", "parameters", "inputs", "outputs",
                            "responses", "settings", "properties"});
@@ -373,8 +421,10 @@ Study build(const toml::table& root, const std::string& path) {
     auto params = r.tables(root, "parameters");
     for (std::size_t i = 0; i < params.size(); ++i) {
         Parameter p = readParameter(r, *params[i], i);
+        p.line = static_cast<int>(params[i]->source().begin.line);
         if (!names.insert(p.name).second)
             r.fail(params[i], "parameter '" + p.name + "'", "defined twice");
+        if (reservedName(p.name)) r.fail(params[i], "parameter '" + p.name + "'", kReserved);
         if (p.bounded && s.method != Method::Lhs)
             r.fail(params[i], "parameter '" + p.name + "'", "'min'/'max' need method = \"lhs\"");
         s.parameters.push_back(std::move(p));

@@ -44,6 +44,7 @@ struct Parameter {
     bool bounded = false;
     double min = 0.0;
     double max = 0.0;
+    int line = 0;  // where its table begins in the study file; 0 when not from a file
 };
 
 // An input or output file of a design with its tag definition file. file is
@@ -63,6 +64,7 @@ enum class Method { Grid, List, Lhs };
 
 struct Study {
     std::string path;  // the study file, absolute
+    std::string file;  // the study file as it was named: messages use it
     std::string dir;   // its folder, absolute
     std::string name;  // the analysis name
     std::string runs;  // folder of the run folders, absolute

@@ -72,7 +72,7 @@ public:
     Scheduler(const Study& study, const std::vector<Design>& designs, const Plugin& plugin,
               const RunOptions& options, Console& console)
         : study_(study), designs_(designs), plugin_(plugin), options_(options),
-          console_(console), results_(designs.size()) {}
+          console_(console), results_(designs.size()), causes_(designs.size()) {}
 
     int run();
 
@@ -102,6 +102,7 @@ private:
     const RunOptions& options_;
     Console& console_;
     std::vector<std::optional<DesignResult>> results_;
+    std::vector<std::string> causes_;  // why a design with a record runs again
     std::vector<Worker> workers_;
     Tally tally_;
     bool writeFailed_ = false;
@@ -113,7 +114,7 @@ bool Scheduler::prepareRuns() {
         // Only what a run leaves: the folder may hold the user's own files.
         for (const auto& e : fs::directory_iterator(study_.runs, ec)) {
             const std::string name = e.path().filename().string();
-            if ((name.rfind("design_", 0) == 0 && e.is_directory()) || name == "results.csv" ||
+            if ((isRunFolderName(name) && e.is_directory()) || name == "results.csv" ||
                 name == "summary.txt")
                 fs::remove_all(e.path(), ec);
         }
@@ -131,15 +132,14 @@ std::vector<std::size_t> Scheduler::designsToRun() {
     std::vector<std::size_t> todo;
     for (std::size_t i = 0; i < designs_.size(); ++i) {
         auto r = readResult(recordPath(i));
-        // A record of other values belongs to an earlier version of the study.
-        const bool same = r && r->design == designs_[i].number &&
-                          r->parameters == parameterTexts(designs_[i]) &&
-                          r->responses.size() == study_.responses.size();
-        if (same && (r->status == "ok" || !options_.retryFailed)) {
+        ReuseVerdict v = judgeRecord(r, recordPath(i), study_, designs_[i], options_.identity,
+                                     options_.retryFailed);
+        if (v.reuse) {
             results_[i] = std::move(r);
             tallyResult(*results_[i]);
             ++tally_.skipped;
         } else {
+            causes_[i] = std::move(v.cause);
             todo.push_back(i);
         }
     }
@@ -158,6 +158,7 @@ int Scheduler::workerMain(std::size_t index, int fd) {
     auto r = runDesign(*portal, host, study_, designs_[index], runDir(index), &gStop);
     portal.reset();
     if (!r) return kExitInterrupted;
+    r->identity = options_.identity;
     std::string error;
     if (!writeResult(recordPath(index), *r, error)) {
         sink.logLine(2, designs_[index].number, error);
@@ -167,6 +168,10 @@ int Scheduler::workerMain(std::size_t index, int fd) {
 }
 
 bool Scheduler::launch(std::size_t index) {
+    // The record of an earlier run must not pass for this one's when the
+    // worker ends before it has cleared the run folder.
+    std::error_code ec;
+    fs::remove(recordPath(index), ec);
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         console_.logLine(2, 0, std::string("cannot make a pipe: ") + std::strerror(errno));
@@ -223,8 +228,9 @@ void Scheduler::reap(Worker& w) {
         DesignResult dead;
         dead.design = designs_[i].number;
         dead.status = "failed";
-        dead.parameters = parameterTexts(designs_[i]);
-        dead.responses.resize(study_.responses.size());
+        dead.parameters = parameterValues(study_, designs_[i]);
+        for (const Response& resp : study_.responses) dead.responses[resp.name] = "";
+        dead.identity = options_.identity;
         dead.reason = WIFSIGNALED(status)
                           ? "the design's worker process died of signal " + std::to_string(WTERMSIG(status))
                           : "the design's worker process ended with code " +
@@ -252,8 +258,12 @@ int Scheduler::finish(double seconds) {
     const std::string summary = summaryText(study_, results_, tally_, seconds, csv);
     console_.stopBar();
     console_.say(summary);
-    std::ofstream(fs::path(study_.runs) / "summary.txt", std::ios::binary | std::ios::trunc)
-        << summary;
+    const std::string summaryPath = (fs::path(study_.runs) / "summary.txt").string();
+    std::ofstream out(summaryPath, std::ios::binary | std::ios::trunc);
+    if (!(out << summary).flush()) {
+        console_.logLine(2, 0, "cannot write " + summaryPath);
+        writeFailed_ = true;
+    }
     if (gStop) return kExitInterrupted;
     if (writeFailed_) return kExitWrite;
     return tally_.failed ? kExitDesignsFailed : kExitOk;
@@ -276,6 +286,9 @@ int Scheduler::run() {
                 writeFailed_ = true;
                 break;
             }
+            // Counted when it starts: a design an interruption kept from
+            // running again still has its old record.
+            if (!causes_[todo[next]].empty()) tally_.countRerun(causes_[todo[next]]);
             ++next;
             showProgress();
         }

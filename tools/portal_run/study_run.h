@@ -12,6 +12,7 @@
 #include "console.h"
 #include "designs.h"
 #include "plugin.h"
+#include "reuse.h"
 #include "study.h"
 
 namespace portalrun {
@@ -32,6 +33,7 @@ struct RunOptions {
     bool retryFailed = false;
     bool fresh = false;
     std::map<std::string, std::string> settings;  // the study's with the command line's over them
+    StudyIdentity identity;  // kept in each record; a record of another identity is redone
 };
 
 int runStudy(const Study& study, const std::vector<Design>& designs, const Plugin& plugin,

@@ -106,9 +106,18 @@ TEST_F(RunnerHost, LogsToTheSinkAndTheRunFolder) {
     host.logMessage("first", "A", 99, 8);  // the runner's design number wins
     host.logMessage("careful", "A", 7, 4);
     host.note(2, "broken");
-    EXPECT_EQ(sink.lines, (std::vector<std::string>{"8/7/first", "4/7/careful", "2/7/broken"}));
-    EXPECT_EQ(host.problems(), (std::vector<std::string>{"warning: careful", "error: broken"}));
-    EXPECT_EQ(readFile(dir.file("portal.log")), "note: first\nwarning: careful\nerror: broken\n");
+    // A level word of the line's own level is said once; another one stays.
+    host.logMessage("Error:  twice", "A", 7, 2);
+    host.logMessage("ERROR: not mine", "A", 7, 4);
+    EXPECT_EQ(sink.lines, (std::vector<std::string>{"8/7/first", "4/7/careful", "2/7/broken",
+                                                    "2/7/twice", "4/7/ERROR: not mine"}));
+    EXPECT_EQ(host.problems(), (std::vector<std::string>{"warning: careful", "error: broken",
+                                                         "error: twice", "warning: ERROR: not mine"}));
+    EXPECT_TRUE(host.hasProblem("twice"));
+    EXPECT_FALSE(host.hasProblem("wice"));
+    EXPECT_EQ(readFile(dir.file("portal.log")),
+              "note: first\nwarning: careful\nerror: broken\nerror: twice\n"
+              "warning: ERROR: not mine\n");
 
     String folder;
     StringList extra;

@@ -66,9 +66,29 @@ TEST(SolverProcess, AStopRequestEndsTheRunAtOnce) {
 }
 
 TEST(SolverProcess, ExpandsOnlyItsOwnNames) {
-    EXPECT_EQ(expandCommand("${study_dir}/s ${run_dir} ${design} ${HOME} $x ${study_dir", "/st",
-                            "/run", 12),
-              "/st/s /run 12 ${HOME} $x ${study_dir");
+    EXPECT_EQ(expandCommand("${study_dir}/s ${run_dir} ${design} ${HOME} $x ${study_dir \\${design}",
+                            "/st", "/run", 12),
+              "'/st'/s '/run' '12' ${HOME} $x ${study_dir \\${design}");
+}
+
+// Whatever quotes the command puts around a name, the shell gets the value
+// as it is, also one with blanks, quotes and the shell's special characters.
+TEST(SolverProcess, ExpandedValuesReachTheSolverUnchanged) {
+    TempDir dir;
+    const std::string value = "/a b'c\"d $HOME `x` \\e";
+    const std::pair<std::string, std::string> cases[] = {
+        {"printf '%s|' ${study_dir}/f", value + "/f|"},
+        {"printf '%s|' \"x ${study_dir}\"", "x " + value + "|"},
+        {"printf '%s|' 'x ${study_dir}'", "x " + value + "|"},
+        {"printf '%s|' \"it's\" ${study_dir} 'a\"b'", "it's|" + value + "|a\"b|"},
+        {"printf '%s|' \\' ${study_dir}", "'|" + value + "|"},
+        {"printf '%s|' \"${UNSET_HERE:-${study_dir}}\"", value + "|"},
+    };
+    for (const auto& [command, expected] : cases) {
+        const std::string expanded = expandCommand(command, value, "/run", 1);
+        ASSERT_EQ(run(dir, expanded).exitCode, 0) << expanded;
+        EXPECT_EQ(readFile(dir.file("out")), expected) << command << "\n -> " << expanded;
+    }
 }
 
 TEST(SolverMessages, OnlyLinesWithALevelWordGoToThePortal) {

@@ -17,8 +17,9 @@ DesignResult sample() {
     r.design = 12;
     r.status = "failed";
     r.reason = "the solver exited with code 3";
-    r.parameters = {"1.5", "steel, \"hard\""};
-    r.responses = {"", "1;2;3"};
+    r.parameters = {{"length", "1.5"}, {"material name", "steel, \"hard\""}};
+    r.responses = {{"stress", ""}, {"deflection", "1;2;3"}};
+    r.identity = {{"solver", "00ff"}, {"plugin", "abcd"}};
     r.messages = {"error: line one\nline two", "warning: 'quoted'"};
     r.seconds = 0.25;
     return r;
@@ -36,6 +37,7 @@ TEST(DesignRecord, ReadsBackAsWritten) {
     EXPECT_EQ(r->parameters, sample().parameters);
     EXPECT_EQ(r->responses, sample().responses);
     EXPECT_EQ(r->messages, sample().messages);
+    EXPECT_EQ(r->identity, sample().identity);
     EXPECT_FALSE(std::filesystem::exists(dir.file("result.toml.tmp")));
     EXPECT_FALSE(writeResult(dir.file("no/such/result.toml"), sample(), error));
     EXPECT_FALSE(error.empty());
@@ -50,6 +52,9 @@ TEST(DesignRecord, ADamagedRecordIsNoRecord) {
         whole.substr(0, whole.size() / 2),                 // cut short
         "design = 1\nstatus = 'done'\nreason = ''\n",      // unknown status
         "design = 1\nstatus = 'ok'\nreason = ''\nparameters = [1]\nresponses = []\nmessages = []\n",
+        // responses by position, as older records had them
+        "design = 1\nstatus = 'ok'\nreason = ''\nparameters = {}\nresponses = ['1']\n"
+        "messages = []\nidentity = {}\n",
         "status = 'ok'\n",                                 // keys missing
         std::string("\xff\xfe garbage", 10),
     };
@@ -65,23 +70,26 @@ TEST(ResultsTable, ListsEveryDesignInOrder) {
     a.name = "a";
     b.name = "b, c";
     study.parameters = {a, b};
-    study.responses = {{"r", true}};
+    study.responses = {{"r", true}, {"q", true}};
     std::vector<Design> designs = {{1, {Value::ofReal(0.5), Value::ofText("x")}},
                                    {2, {Value::ofReal(1), Value::ofText("say \"hi\"")}}};
     DesignResult first;
     first.design = 1;
     first.status = "ok";
-    first.responses = {"4"};
+    first.responses = {{"q", "5"}, {"r", "4"}};  // by name, whatever the study's order
     std::vector<std::optional<DesignResult>> results = {first, std::nullopt};
     std::string error;
     ASSERT_TRUE(writeCsv(dir.file("results.csv"), study, designs, results, error)) << error;
     EXPECT_EQ(readFile(dir.file("results.csv")),
-              "design,a,\"b, c\",r,status,reason\n"
-              "1,0.5,x,4,ok,\n"
-              "2,1,\"say \"\"hi\"\"\",,pending,\n");
+              "design,a,\"b, c\",r,q,status,reason\n"
+              "1,0.5,x,4,5,ok,\n"
+              "2,1,\"say \"\"hi\"\"\",,,pending,\n");
     EXPECT_EQ(csvField("line\nbreak"), "\"line\nbreak\"");
     EXPECT_EQ(runFolderName(7), "design_0007");
     EXPECT_EQ(runFolderName(123456), "design_123456");
+    for (const char* ours : {"design_0007", "design_123456"}) EXPECT_TRUE(isRunFolderName(ours));
+    for (const char* theirs : {"design_notes", "design_12", "design_0007b", "design_"})
+        EXPECT_FALSE(isRunFolderName(theirs)) << theirs;
 }
 
 }  // namespace

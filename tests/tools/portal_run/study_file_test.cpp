@@ -2,6 +2,7 @@
 // is refused with a message that names the place and the key.
 #include <gtest/gtest.h>
 
+#include "designs.h"
 #include "fake_host.h"
 #include "study.h"
 
@@ -74,6 +75,26 @@ TEST_F(StudyFile, RangesEndOnTheirLastValueDespiteRounding) {
     EXPECT_DOUBLE_EQ(s.parameters[2].values[1].real, 1.0 / 3.0);
 }
 
+// Each value is the decimal the user would write down, so the CSV and a
+// "Default" print format show 0.3 and not 0.30000000000000004.
+TEST_F(StudyFile, RangeValuesReadAsTheirDecimals) {
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {"from = 0.0\nto = 1.0\nstep = 0.1",
+         {"0", "0.1", "0.2", "0.3", "0.4", "0.5", "0.6", "0.7", "0.8", "0.9", "1"}},
+        {"from = 1.1\nto = 0.5\nstep = -0.2", {"1.1", "0.9", "0.7", "0.5"}},
+        {"from = 0.0\nto = 1.0\ncount = 11", {"0", "0.1", "0.2", "0.3", "0.4", "0.5", "0.6",
+                                                "0.7", "0.8", "0.9", "1"}},
+        {"from = 1e-7\nto = 7e-7\nstep = 3e-7", {"1e-07", "4e-07", "7e-07"}},
+        {"from = 0.0\nto = 1.0\ncount = 4", {"0", "0.3333333333333333", "0.6666666666666666", "1"}},
+    };
+    for (const auto& [range, expected] : cases) {
+        Study s = parse(std::string(kSolver) + "[[parameters]]\nname = \"a\"\n" + range + "\n");
+        std::vector<std::string> texts;
+        for (const Value& v : s.parameters[0].values) texts.push_back(valueText(v));
+        EXPECT_EQ(texts, expected) << range;
+    }
+}
+
 TEST_F(StudyFile, RefusesMistakesWithTheKeyAndLine) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "missing table [solver]"},
@@ -101,6 +122,15 @@ TEST_F(StudyFile, RefusesMistakesWithTheKeyAndLine) {
         {std::string(kSolver) + "[[responses]]\nname = \"r\"\ntype = \"number\"\n",
          "unknown type 'number'"},
         {std::string(kSolver) + "x = [1, 2\n", "not valid TOML"},
+        // Names results.csv can't hold twice, each at its line.
+        {std::string(kSolver) + "[[parameters]]\nname = \"status\"\nvalue = 1\n",
+         "s.toml:3: parameter 'status': is a column of results.csv"},
+        {std::string(kSolver) + "[[responses]]\nname = \"design\"\n",
+         "s.toml:3: response 'design': is a column of results.csv"},
+        {std::string(kSolver) + "[[parameters]]\nname = \"reason\"\nvalue = 1\n", "s.toml:3:"},
+        {std::string(kSolver) + "[[parameters]]\nname = \"x\"\nvalue = 1\n"
+                                "[[responses]]\nname = \"x\"\n",
+         "s.toml:6: response 'x': a parameter (line 3) has the same name"},
     };
     for (const auto& [text, expected] : cases) {
         const std::string message = error(text);
@@ -110,6 +140,20 @@ TEST_F(StudyFile, RefusesMistakesWithTheKeyAndLine) {
     // The place: file and line of the offending key.
     EXPECT_NE(error(std::string(kSolver) + "\n\ntime_limit = \"x\"\n").find("s.toml:5:"),
               std::string::npos);
+}
+
+TEST_F(StudyFile, ListsOfDifferentLengthsAreRefusedAtTheirLine) {
+    Study s = parse(std::string(kSolver) + "[design]\nmethod = \"list\"\n"
+                    "[[parameters]]\nname = \"a\"\nvalues = [1, 2]\n"
+                    "[[parameters]]\nname = \"b\"\nvalues = [1, 2, 3]\n");
+    try {
+        generateDesigns(s);
+        ADD_FAILURE() << "accepted";
+    } catch (const StudyError& e) {
+        EXPECT_NE(std::string(e.what()).find("s.toml:8: method \"list\": parameter 'b' has 3"),
+                  std::string::npos)
+            << e.what();
+    }
 }
 
 TEST_F(StudyFile, AMissingOrUnreadableFileIsAStudyError) {
