@@ -16,7 +16,6 @@ namespace xmlpath {
 namespace {
 
 constexpr int kMaxNesting = 64;
-const std::vector<int> kNoPositions;
 
 bool startsWith(const String& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
@@ -250,8 +249,9 @@ Resolver::Found Resolver::indexedWalk(pugi::xml_node parent, const Segment& s, b
     const bool second = s.cond2.find('=') != String::npos;
     String attribute, value;
     if (attributeCondition(s.cond1, attribute, value)) {
-        for (int p : positions(g, attribute, value)) {
-            if (p >= pick) break;
+        const int first = firstWith(g, attribute, value);
+        const AttributeIndex& index = g.byAttribute.at(attribute);
+        for (int p = first; p >= 0 && p < pick; p = index.next[p]) {
             if (!second || test(g.nodes[p], s.cond2, depth)) {
                 pick = p;
                 break;
@@ -272,29 +272,37 @@ Resolver::Group& Resolver::group(pugi::xml_node parent, const String& name) {
     auto [it, fresh] = groups_.try_emplace(parent.internal_object());
     if (fresh) {
         for (pugi::xml_node c = parent.first_child(); c; c = c.next_sibling())
-            if (*c.name()) it->second[c.name()].nodes.push_back(c);
+            if (*c.name()) it->second[std::string_view(c.name())].nodes.push_back(c);
     }
-    return it->second[name];
+    return it->second[std::string_view(name)];
 }
 
-const std::vector<int>& Resolver::positions(Group& g, const String& attribute,
-                                            const String& value) {
+int Resolver::firstWith(Group& g, const String& attribute, const String& value) {
     auto [it, fresh] = g.byAttribute.try_emplace(attribute);
+    AttributeIndex& index = it->second;
     if (fresh) {
-        for (int p = 0; p < static_cast<int>(g.nodes.size()); ++p) {
+        const int n = static_cast<int>(g.nodes.size());
+        index.next.assign(static_cast<std::size_t>(n), -1);
+        // Built from the back, so each value's first position ends up in front.
+        for (int p = n - 1; p >= 0; --p) {
             // The first attribute of the name, as the condition test reads it.
             const pugi::xml_attribute a = g.nodes[p].attribute(attribute.c_str());
-            if (a) it->second[a.value()].push_back(p);
+            if (!a) continue;
+            auto [slot, added] = index.first.try_emplace(std::string_view(a.value()), p);
+            if (!added) {
+                index.next[p] = slot->second;
+                slot->second = p;
+            }
         }
     }
-    const auto v = it->second.find(value);
-    return v == it->second.end() ? kNoPositions : v->second;
+    const auto found = index.first.find(std::string_view(value));
+    return found == index.first.end() ? -1 : found->second;
 }
 
 void Resolver::attributeWritten(pugi::xml_node owner, const String& name) {
     const auto parent = groups_.find(owner.parent().internal_object());
     if (parent == groups_.end()) return;
-    const auto g = parent->second.find(owner.name());
+    const auto g = parent->second.find(std::string_view(owner.name()));
     if (g != parent->second.end()) g->second.byAttribute.erase(name);
 }
 

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -48,11 +49,18 @@ public:
     void attributeWritten(pugi::xml_node owner, const String& name);
 
 private:
-    // Children of one name under one parent, in document order, and for
-    // attribute conditions the positions among them by attribute value.
+    // Positions among a group's children by the value of one attribute:
+    // the first position of each value, and from each position the next one
+    // with the same value (-1 at the end). Values are viewed in place in the
+    // document, which is why a write of the attribute drops the index.
+    struct AttributeIndex {
+        std::unordered_map<std::string_view, int> first;
+        std::vector<int> next;
+    };
+    // Children of one name under one parent, in document order.
     struct Group {
         std::vector<pugi::xml_node> nodes;
-        std::unordered_map<String, std::unordered_map<String, std::vector<int>>> byAttribute;
+        std::unordered_map<String, AttributeIndex> byAttribute;
     };
     struct Found {
         pugi::xml_node child;
@@ -68,11 +76,13 @@ private:
     Found walk(pugi::xml_node parent, const Segment& s, bool last, int depth);
     Found indexedWalk(pugi::xml_node parent, const Segment& s, bool last, int depth);
     Group& group(pugi::xml_node parent, const String& name);
-    const std::vector<int>& positions(Group& g, const String& attribute, const String& value);
+    // The first position whose attribute has the value, or -1; next() goes on.
+    int firstWith(Group& g, const String& attribute, const String& value);
 
     bool indexed_;
     pugi::xml_node owner_;
-    std::unordered_map<pugi::xml_node_struct*, std::unordered_map<String, Group>> groups_;
+    // Names are viewed in place: a run never renames an element.
+    std::unordered_map<pugi::xml_node_struct*, std::unordered_map<std::string_view, Group>> groups_;
 };
 
 }  // namespace MOSAQ::Portals::xmlpath

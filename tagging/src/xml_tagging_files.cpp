@@ -19,40 +19,66 @@ int readWhole(const String& path, String& bytes) {
     int error = 0;
     if (::fstat(fd, &st) != 0) error = errno;
     else if (S_ISDIR(st.st_mode)) error = EISDIR;
-    bytes.clear();
-    if (!error && st.st_size > 0) bytes.reserve(static_cast<std::size_t>(st.st_size));
-    char chunk[1 << 16];
+    // Read straight into place; a file that grows meanwhile is read on to its end.
+    bytes.assign(error ? 0 : static_cast<std::size_t>(st.st_size) + 1, '\0');
+    std::size_t done = 0;
     while (!error) {
-        const ssize_t n = ::read(fd, chunk, sizeof chunk);
-        if (n > 0) bytes.append(chunk, static_cast<std::size_t>(n));
+        if (done == bytes.size()) bytes.resize(bytes.size() * 2 + 4096);
+        const ssize_t n = ::read(fd, bytes.data() + done, bytes.size() - done);
+        if (n > 0) done += static_cast<std::size_t>(n);
         else if (n == 0) break;
         else if (errno != EINTR) error = errno;
     }
+    bytes.resize(done);
     ::close(fd);
     return error;
 }
 
-int writeWhole(const String& path, const String& bytes) {
+int createFile(const String& path) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return errno;
-    int error = 0;
-    for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n >= 0) done += static_cast<std::size_t>(n);
-        else if (errno != EINTR) {
-            error = errno;
-            break;
-        }
-    }
-    if (::close(fd) != 0 && !error) error = errno;
-    return error;
+    return fd < 0 ? -errno : fd;
 }
 
-struct StringWriter : pugi::xml_writer {
-    String text;
+long writeSome(int fd, const void* data, unsigned long size) { return ::write(fd, data, size); }
+
+// Streams the saved text to a descriptor in large pieces; the first failure
+// is kept and everything after it dropped.
+class FileWriter : public pugi::xml_writer {
+public:
+    explicit FileWriter(int fd) : fd_(fd) { buffer_.reserve(kPiece); }
     void write(const void* data, std::size_t size) override {
-        text.append(static_cast<const char*>(data), size);
+        if (buffer_.size() + size > kPiece) flush();
+        if (size >= kPiece) put(static_cast<const char*>(data), size);
+        else buffer_.append(static_cast<const char*>(data), size);
     }
+    // Writes what is left; 0 or the first errno value.
+    int finish() {
+        flush();
+        return error_;
+    }
+
+private:
+    static constexpr std::size_t kPiece = 1 << 20;
+    void flush() {
+        put(buffer_.data(), buffer_.size());
+        buffer_.clear();
+    }
+    void put(const char* data, std::size_t size) {
+        while (size > 0 && !error_) {
+            const long n = XmlTagging::fileOps().write(fd_, data, size);
+            if (n > 0) {
+                data += n;
+                size -= static_cast<std::size_t>(n);
+            } else if (n < 0 && errno != EINTR) {
+                error_ = errno;
+            } else if (n == 0) {
+                error_ = EIO;
+            }
+        }
+    }
+    int fd_;
+    int error_ = 0;
+    String buffer_;
 };
 
 bool startsWithByteOrderMark(const String& b) {
@@ -71,7 +97,7 @@ XmlTagging::FileOps& XmlTagging::fileOps() {
 }
 
 const XmlTagging::FileOps& XmlTagging::defaultFileOps() {
-    static const FileOps ops{readWhole, writeWhole};
+    static const FileOps ops{readWhole, createFile, writeSome, ::close};
     return ops;
 }
 
@@ -92,11 +118,14 @@ void load(XmlFile& file, const String& path, unsigned flags) {
 
 bool save(const pugi::xml_document& document, const String& path, pugi::xml_encoding encoding,
           bool byteOrderMark) {
-    StringWriter out;
+    const int fd = XmlTagging::fileOps().create(path);
+    if (fd < 0) return false;
+    FileWriter out(fd);
     unsigned flags = pugi::format_indent;
     if (byteOrderMark) flags |= pugi::format_write_bom;
     document.save(out, "  ", flags, encoding);
-    return XmlTagging::fileOps().write(path, out.text) == 0;
+    const int error = out.finish();
+    return XmlTagging::fileOps().close(fd) == 0 && error == 0;
 }
 
 }  // namespace xmlfile

@@ -2,9 +2,9 @@
 // XmlTagging::fileOps() so tests can make either fail.
 //
 // A document is parsed in place from the bytes of its file, so the bytes must
-// live as long as the document: XmlFile keeps both. Saving serialises the
-// whole document first and writes the file in one go, so a failure while the
-// text is built never leaves half a file behind.
+// live as long as the document: XmlFile keeps both. Saving streams the text
+// to the file in large pieces; a failure on the way is reported, never
+// passed over.
 #pragma once
 
 #include "zeltra/tagging.h"

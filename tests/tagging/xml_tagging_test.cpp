@@ -20,12 +20,19 @@ namespace {
 
 String xmlText(const String& key) { return Support::StringTable::lookup("Xml", ".Portal" + key); }
 
-int refuseWrite(const String&, const String&) { return ENOSPC; }
+int refuseCreate(const String&) { return -EACCES; }
+long refuseWrite(int, const void*, unsigned long) {
+    errno = ENOSPC;
+    return -1;
+}
 
-// Makes every file write of the module fail for one scope.
+// Makes the module's file creation, or its writes, fail for one scope.
 struct FailingWrites {
     XmlTagging::FileOps saved = XmlTagging::fileOps();
-    FailingWrites() { XmlTagging::fileOps().write = refuseWrite; }
+    explicit FailingWrites(bool atCreate) {
+        if (atCreate) XmlTagging::fileOps().create = refuseCreate;
+        else XmlTagging::fileOps().write = refuseWrite;
+    }
     ~FailingWrites() { XmlTagging::fileOps() = saved; }
 };
 
@@ -49,7 +56,7 @@ TEST_F(XmlModule, WritesATagFileOnlyWithTagsAndAFolderThatTakesIt) {
     EXPECT_TRUE(outputs.empty());
     EXPECT_FALSE(std::filesystem::exists(dir.file("X_in_A_in.xml")));
     {
-        FailingWrites failing;
+        FailingWrites failing(false);
         EXPECT_TRUE(xml.writeInputTagging("in.xml", {xmlTag("p", "in.xml")}, data, outputs, errors));
     }
     EXPECT_TRUE(outputs.empty());
@@ -138,7 +145,7 @@ TEST_F(XmlModule, ASaveThatFailsIsReportedAndARunNeedsAContext) {
     host.context.designValues = {{"p", "2"}};
     const StringStringMap data{{"inputFilepaths", input}, {"inputTagFilepaths", tagFile}};
     {
-        FailingWrites failing;
+        FailingWrites failing(true);
         EXPECT_FALSE(xml.tagInputs(data, nullptr, errors));
     }
     EXPECT_EQ(errors, H::normalizeLevel(H::format(xmlText(".err.writeModInputFile"), input), "ERROR"));

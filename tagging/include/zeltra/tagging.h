@@ -207,12 +207,15 @@ public:
     // "#text=v" (its text is v), "@a=v" or "a=v" (attribute a is v).
     static bool testCondition(pugi::xml_node node, const String& condition);
 
-    // Loading and saving of whole files, in one table so tests can make them
-    // fail. read fills bytes and gives 0, or an errno value; write gives 0 or
-    // an errno value and either writes all bytes or reports failure.
+    // The file calls of loading and saving, in one table so tests can make
+    // them fail. read fills bytes with a whole file and gives 0, or an errno
+    // value; create opens a file anew for writing and gives a descriptor, or
+    // -errno; write and close have the POSIX contract.
     struct FileOps {
         int (*read)(const String& path, String& bytes);
-        int (*write)(const String& path, const String& bytes);
+        int (*create)(const String& path);
+        long (*write)(int fd, const void* data, unsigned long size);
+        int (*close)(int fd);
     };
     static FileOps& fileOps();
     static const FileOps& defaultFileOps();
