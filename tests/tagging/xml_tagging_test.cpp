@@ -138,7 +138,7 @@ TEST(XmlPath, TheSiblingIndexAnswersExactlyAsTheWalk) {
               d.child("r").find_child_by_attribute("s", "id", "new"));
 }
 
-TEST_F(XmlModule, ASaveThatFailsIsReportedAndARunNeedsAContext) {
+TEST_F(XmlModule, ASaveFailsLoudlyKeepsTheEncodingAndARunNeedsAContext) {
     const String input = dir.write("in.xml", "<a><b v=\"1\"/></a>");
     const String tagFile = dir.write("X_in_A_in.xml",
                                      "<TagDefinition><tag paramName=\"p\" xpath=\"/a/b\" xid=\"[@v]\"/></TagDefinition>");
@@ -150,6 +150,18 @@ TEST_F(XmlModule, ASaveThatFailsIsReportedAndARunNeedsAContext) {
     }
     EXPECT_EQ(errors, H::normalizeLevel(H::format(xmlText(".err.writeModInputFile"), input), "ERROR"));
     EXPECT_EQ(readFile(input), "<a><b v=\"1\"/></a>");
+
+    // Saved in the encoding it came in, byte order mark included; a
+    // document without a declaration gets one.
+    auto utf16 = [](const String& ascii) {
+        String out = "\xFF\xFE";
+        for (char c : ascii) out += String{c, '\0'};
+        return out;
+    };
+    dir.write("in.xml", utf16("<a><b v=\"1\"/></a>"));
+    errors.clear();
+    EXPECT_TRUE(xml.tagInputs(data, nullptr, errors)) << errors;
+    EXPECT_EQ(readFile(input), utf16("<?xml version=\"1.0\"?>\n<a>\n  <b v=\"2\" />\n</a>\n"));
 
     host.offerContext = false;
     XmlTagging alone(&host);
