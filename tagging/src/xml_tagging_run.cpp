@@ -114,6 +114,7 @@ bool locate(xmlpath::Resolver& resolver, pugi::xml_node document, const TagData&
 
 bool XmlTagging::tagInputFile(const String& path, const std::list<TagData>& tags,
                               const StringStringMap&, String& errors) {
+    if (!context) return false;
     xmlfile::XmlFile file;
     xmlfile::load(file, path, pugi::parse_full);
     if (!file.result) {
@@ -146,6 +147,7 @@ bool XmlTagging::tagInputFile(const String& path, const std::list<TagData>& tags
 
 bool XmlTagging::tagOutputFile(const String& path, const std::list<TagData>& tags,
                                const StringStringMap& data, String& errors) {
+    if (!context) return false;
     xmlfile::XmlFile file;
     xmlfile::load(file, path, pugi::parse_default);
     if (!file.result) {

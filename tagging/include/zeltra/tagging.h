@@ -190,7 +190,7 @@ public:
 
     // Writes the design's values into one XML input and saves it over the
     // file; a document that doesn't load is left exactly as it was. True when
-    // the errors text holds no error afterwards.
+    // the errors text holds no error afterwards; false without a context.
     virtual bool tagInputFile(const String& path, const std::list<TagData>& tags,
                               const StringStringMap& data, String& errors);
     // Reads one value per tag out of one XML output and reports it.
