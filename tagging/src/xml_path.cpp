@@ -231,9 +231,10 @@ Resolver::Found Resolver::walk(pugi::xml_node parent, const Segment& s, bool las
 Resolver::Found Resolver::indexedWalk(pugi::xml_node parent, const Segment& s, bool last,
                                       int depth) {
     if (!parent) return {};
-    Group& g = group(parent, s.name);
+    Group* found = group(parent, s.name);
+    if (!found) return {};
+    Group& g = *found;
     const int n = static_cast<int>(g.nodes.size());
-    if (n == 0) return {};
     int pick = s.index >= 0 && s.index < n ? s.index : n;
     if (!canHold(s.cond1)) {
         // The condition test never succeeds: the index decides, or the
@@ -268,13 +269,15 @@ Resolver::Found Resolver::indexedWalk(pugi::xml_node parent, const Segment& s, b
     return pick < n ? Found::of(g.nodes[pick]) : Found{};
 }
 
-Resolver::Group& Resolver::group(pugi::xml_node parent, const String& name) {
+Resolver::Group* Resolver::group(pugi::xml_node parent, const String& name) {
     auto [it, fresh] = groups_.try_emplace(parent.internal_object());
     if (fresh) {
         for (pugi::xml_node c = parent.first_child(); c; c = c.next_sibling())
             if (*c.name()) it->second[std::string_view(c.name())].nodes.push_back(c);
     }
-    return it->second[std::string_view(name)];
+    // A name no child has gets no entry: the key would view the caller's text.
+    const auto found = it->second.find(std::string_view(name));
+    return found == it->second.end() ? nullptr : &found->second;
 }
 
 int Resolver::firstWith(Group& g, const String& attribute, const String& value) {

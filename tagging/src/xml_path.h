@@ -75,7 +75,8 @@ private:
     XmlTarget select(pugi::xml_node node, const String& spec);
     Found walk(pugi::xml_node parent, const Segment& s, bool last, int depth);
     Found indexedWalk(pugi::xml_node parent, const Segment& s, bool last, int depth);
-    Group& group(pugi::xml_node parent, const String& name);
+    // The children of a name under a parent; null when it has none.
+    Group* group(pugi::xml_node parent, const String& name);
     // The first position whose attribute has the value, or -1; next() goes on.
     int firstWith(Group& g, const String& attribute, const String& value);
 
