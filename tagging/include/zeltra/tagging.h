@@ -146,13 +146,88 @@ private:
                          const StringStringMap& data, String& errors);
 };
 
-// Tags by XML paths. Not built yet: it claims no tag file and writes none.
+// What an XML path resolves to: an element or text node, or an attribute.
+// The attribute, where present, is what is read and written; an empty target
+// (neither) means the path found nothing.
+struct XmlTarget {
+    pugi::xml_node node;
+    pugi::xml_attribute attribute;
+    bool empty() const { return !node && !attribute; }
+};
+
+// Tags by XML paths in XML solver files. Tag definition files are XML
+// documents named "X_in_" or "X_out_" + analysis + "_" + the tagged file's
+// base name, with the root element "TagDefinition" and one "tag" element per
+// tag. A tag's "xpath" leads from the document to an element and its "xid"
+// from there to the text node or attribute that holds the value; the path
+// language is described in docs/xml-tags.md.
 class MOSAQ_EXPORT XmlTagging : public TaggingImpl {
 public:
     explicit XmlTagging(IPortalHost* host) : TaggingImpl(host) {}
     String getHelperName() override { return "Xml"; }
-    void writeTagAttributes(pugi::xml_node&, const TagData&) override {}
-    void readTagAttributes(pugi::xml_node&, TagData&) override {}
+
+    bool writeInputTagging(const String& fileName, const std::list<TagData>& tags,
+                           const StringStringMap& data, StringStringMap& outputs,
+                           String& errors) override;
+    bool writeOutputTagging(const String& fileName, const std::list<TagData>& tags,
+                            const StringStringMap& data, StringStringMap& outputs,
+                            String& errors) override;
+    // A file that doesn't load replaces the whole errors text with the
+    // parser's reason and a plain line naming the file, and gives -1 so the
+    // next module is asked; so does a document whose root isn't TagDefinition.
+    int readInputTagging(const String& tagFile, const StringStringMap& data,
+                         std::list<TagData>& tags, StringStringMap& outputs,
+                         String& errors) override;
+    int readOutputTagging(const String& tagFile, const StringStringMap& data,
+                          std::list<TagData>& tags, StringStringMap& outputs,
+                          String& errors) override;
+    bool tagInputs(const StringStringMap& data, void* opaque, String& errors) override;
+    bool tagOutputs(const StringStringMap& data, void* opaque, String& errors) override;
+
+    // Sets "xpath" then "xid" on a tag's node; reads them back, absent as empty.
+    void writeTagAttributes(pugi::xml_node& node, const TagData& tag) override;
+    void readTagAttributes(pugi::xml_node& node, TagData& tag) override;
+
+    // Writes the design's values into one XML input and saves it over the
+    // file; a document that doesn't load is left exactly as it was. True when
+    // the errors text holds no error afterwards; false without a context.
+    virtual bool tagInputFile(const String& path, const std::list<TagData>& tags,
+                              const StringStringMap& data, String& errors);
+    // Reads one value per tag out of one XML output and reports it.
+    virtual bool tagOutputFile(const String& path, const std::list<TagData>& tags,
+                               const StringStringMap& data, String& errors);
+
+    // --- the path language ------------------------------------------------
+    // Segments of a path split on "/" outside brackets; a leading "/" gives
+    // no empty first segment, a trailing one an empty last segment.
+    static StringList splitPath(const String& path);
+    // Follows the segments down from a node (the document for an "xpath").
+    static XmlTarget resolvePath(pugi::xml_node node, const StringList& segments);
+    // Whether a node meets a condition: "./path" (the path finds something),
+    // "#text=v" (its text is v), "@a=v" or "a=v" (attribute a is v).
+    static bool testCondition(pugi::xml_node node, const String& condition);
+
+    // The file calls of loading and saving, in one table so tests can make
+    // them fail. read fills bytes with a whole file and gives 0, or an errno
+    // value; create opens a file anew for writing and gives a descriptor, or
+    // -errno; write and close have the POSIX contract.
+    struct FileOps {
+        int (*read)(const String& path, String& bytes);
+        int (*create)(const String& path);
+        long (*write)(int fd, const void* data, unsigned long size);
+        int (*close)(int fd);
+    };
+    static FileOps& fileOps();
+    static const FileOps& defaultFileOps();
+
+private:
+    bool writeXmlTagFile(const String& fileName, const std::list<TagData>& tags,
+                         const StringStringMap& data, StringStringMap& outputs, String& errors,
+                         bool input);
+    int readXmlTagFile(const String& tagFile, std::list<TagData>& tags, String& errors);
+    // Tags of a run's tag file; an unreadable one is reported in errors.
+    bool runTags(const String& tagFile, const String& fileName, bool input,
+                 std::list<TagData>& tags, String& errors);
 };
 
 // Tags by small scripts. Not built yet: it claims no tag file and writes none.
