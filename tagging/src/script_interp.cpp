@@ -348,7 +348,7 @@ bool ScriptTagging::searchText(Reader& reader, const ScriptContext& state, const
             const String line = currentLine(reader, state);
             for (std::size_t p = line.rfind(text); p != String::npos;
                  p = p == 0 ? String::npos : line.rfind(text, p - 1)) {
-                if (++found == -instance) {
+                if (++found == -static_cast<long long>(instance)) {
                     column = p + text.size();
                     return true;
                 }

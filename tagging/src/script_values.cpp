@@ -87,6 +87,13 @@ bool ScriptTagging::setToken(bool fixed, Reader& reader, ScriptContext& state,
     String local;
     const String text =
         context ? context->getDesignValue("", p.name, "", trimmed(args[2]), local) : String();
+    // A value the host couldn't give fails the statement before the line is
+    // touched, rather than writing an empty value.
+    if (hasError(local)) {
+        failLine(errors, lineNumber, statement, String(), {});
+        addError(errors, local);
+        return false;
+    }
     // The value index counts the lines of the "Default" text; a text of this
     // format with fewer lines writes the empty value rather than guess.
     const StringList pieces = split(text, '\n', false);

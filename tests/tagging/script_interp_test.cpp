@@ -120,6 +120,7 @@ TEST_F(ScriptInterp, ArgumentErrorsNameTheLineAndTheReason) {
         {"GOTO_STRING(c, 0.2)", ".err.gotoStringInstanceZero", {}},
         {"GOTO_STRING(zz, 1)", ".err.gotoStringNotFoundDown", {"zz", "0"}},
         {"GOTO_STRING(L, -2)", ".err.gotoStringNotFoundUp", {"L", "1"}},
+        {"GOTO_STRING(L, -1e12)", ".err.gotoStringNotFoundUp", {"L", "1"}},
         {"GOTO_STRING(a\\x, 1)", ".err.invalidDelimBackslash", {}, "tagging"},
         {"LOOP(0)\nEND_LOOP", ".err.loopNumItersSmall", {"0"}},
         {"LOOP(1, 2)\nEND_LOOP", ".err.loopNumOptions", {"2"}},

@@ -101,6 +101,11 @@ TEST_F(ScriptSet, ArgumentAndTokenErrorsLeaveTheFileAlone) {
         EXPECT_NE(o.errors.find(message("ERROR", c.key, c.args, c.table)), String::npos)
             << o.errors;
     }
+    // A parameter the host has no value for is not written as empty.
+    const auto o = runInput("a b\n", {"SET_PARAMETER_LIST(gone)\nSET_VALUE_FREE(1, \\s, F)"});
+    EXPECT_FALSE(o.ok);
+    EXPECT_EQ(o.file, "a b\n");
+    EXPECT_NE(o.errors.find("no value for parameter 'gone'"), String::npos) << o.errors;
 }
 
 TEST_F(ScriptGet, ReadsTokensIntoResponses) {
