@@ -335,7 +335,8 @@ bool ScriptTagging::searchText(Reader& reader, const ScriptContext& state, const
         for (int row = start; row < rows; ++row) {
             reader.gotoLine(row);
             const String line = currentLine(reader, state);
-            for (std::size_t p = line.find(text); p != String::npos; p = line.find(text, p + step)) {
+            for (std::size_t p = line.find(text); p != String::npos;
+                 p = line.find(text, p + step)) {
                 if (++found == instance) {
                     column = p + text.size();
                     return true;

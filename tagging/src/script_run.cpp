@@ -193,7 +193,8 @@ bool ScriptTagging::tagOutputFile(const String& path, const String& tagFile,
             p.isNumeric = value(props, "responseDataType") == "Numeric";
             state.parameters.push_back(p);
         }
-        addLine(errors, formatList(moduleText(".msg.processOutputTags"), {tag.paramName, baseName}));
+        addLine(errors,
+                formatList(moduleText(".msg.processOutputTags"), {tag.paramName, baseName}));
         reader.gotoLine(0);
         traceScriptHeader(tag.paramName, currentLine(reader, state));
         if (state.parameters.empty()) {

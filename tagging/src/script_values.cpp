@@ -58,7 +58,8 @@ bool ScriptTagging::setToken(bool fixed, Reader& reader, ScriptContext& state,
             return false;
         }
         if (first < 1) {
-            failLine(errors, lineNumber, statement, ".err.setValueFreeSmallPos", {trimmed(args[0])});
+            failLine(errors, lineNumber, statement, ".err.setValueFreeSmallPos",
+                     {trimmed(args[0])});
             return false;
         }
         String reason;
@@ -127,13 +128,15 @@ bool ScriptTagging::setRelative(bool fixed, Reader& reader, ScriptContext& state
     if (!argumentsOf(statement, lineNumber, args, errors)) return false;
     if (args.size() != 5) {
         failLine(errors, lineNumber, statement,
-                 fixed ? ".err.setRelativeValueFixedNumOptions" : ".err.setRelativeValueFreeNumOptions",
+                 fixed ? ".err.setRelativeValueFixedNumOptions"
+                       : ".err.setRelativeValueFreeNumOptions",
                  {count(args)});
         return false;
     }
     if (rounded(args[2]) < 1) {
         failLine(errors, lineNumber, statement,
-                 fixed ? ".err.setRelativeValueFixedSmallStartPos" : ".err.setRelativeValueFreeSmallPos",
+                 fixed ? ".err.setRelativeValueFixedSmallStartPos"
+                       : ".err.setRelativeValueFreeSmallPos",
                  {trimmed(args[2])});
         return false;
     }
@@ -262,7 +265,8 @@ bool ScriptTagging::getToken(bool fixed, Reader& reader, ScriptContext& state,
         ok = extractFixedToken(first, second, line, row + 1, String(), value, local);
     } else {
         if (first < 1) {
-            failLine(errors, lineNumber, statement, ".err.getValueFreeSmallPos", {trimmed(args[0])});
+            failLine(errors, lineNumber, statement, ".err.getValueFreeSmallPos",
+                     {trimmed(args[0])});
             return false;
         }
         String delimSet, reason;
@@ -308,8 +312,9 @@ bool ScriptTagging::getRelative(bool fixed, Reader& reader, ScriptContext& state
         const int row = reader.currentRowNumber();
         const String line = currentLine(reader, state);
         state.changedLines[row] = line.substr(std::min(foundColumn, line.size()));
-        const String get = String(fixed ? "internal_get_value_fixed(" : "internal_get_value_free(") +
-                           args[2] + "," + args[3] + ")";
+        const String get =
+            String(fixed ? "internal_get_value_fixed(" : "internal_get_value_free(") + args[2] +
+            "," + args[3] + ")";
         ok = getToken(fixed, reader, state, get, lineNumber, local);
         state.changedLines.erase(row);
     }
@@ -358,7 +363,8 @@ bool ScriptTagging::getColumn(bool fixed, Reader& reader, ScriptContext& state,
     }
     if (!fixed) {
         if (first < 1) {
-            failLine(errors, lineNumber, statement, ".err.getColumnFreeSmallPos", {trimmed(args[0])});
+            failLine(errors, lineNumber, statement, ".err.getColumnFreeSmallPos",
+                     {trimmed(args[0])});
             return false;
         }
         String reason;
