@@ -230,13 +230,161 @@ private:
                  std::list<TagData>& tags, String& errors);
 };
 
-// Tags by small scripts. Not built yet: it claims no tag file and writes none.
+// One name of a script's parameter list and its state while the script runs.
+struct ScriptParameter {
+    String name;
+    int valueIndex = 0;      // which value of the parameter the next SET takes
+    int valueCount = 0;      // lines of its "Default" value text; input side only
+    bool isNumeric = false;  // output side only: the response's data type is "Numeric"
+};
+
+// The state of one running script. changedLines holds, by reader row, the new
+// text of every line a SET has changed; it is shared by all scripts of one
+// file, so a later script sees an earlier one's changes.
+struct ScriptContext {
+    StringList lines;         // the lines being run; a LOOP swaps in its body
+    int firstLineNumber = 1;  // script line number of lines[0]
+    std::vector<ScriptParameter> parameters;
+    int currentParameter = 0;
+    std::map<int, String> changedLines;
+    String tagFilePath;       // for messages
+    bool isInput = true;
+};
+
+// Tags by small scripts that move a cursor over the lines of a file, find
+// lines by their text and read or write tokens there. Tag definition files
+// begin "S_in_" or "S_out_" and have "scripting" at the start of line two.
+// An input file is rewritten only after all its scripts ran; a failing input
+// script leaves the file exactly as it was.
 class MOSAQ_EXPORT ScriptTagging : public TaggingImpl {
 public:
     explicit ScriptTagging(IPortalHost* host) : TaggingImpl(host) {}
     String getHelperName() override { return "Scripting"; }
-    void writeTagAttributes(pugi::xml_node&, const TagData&) override {}
-    void readTagAttributes(pugi::xml_node&, TagData&) override {}
+
+    bool writeInputTagging(const String& fileName, const std::list<TagData>& tags,
+                           const StringStringMap& data, StringStringMap& outputs,
+                           String& errors) override;
+    bool writeOutputTagging(const String& fileName, const std::list<TagData>& tags,
+                            const StringStringMap& data, StringStringMap& outputs,
+                            String& errors) override;
+    int readInputTagging(const String& tagFile, const StringStringMap& data,
+                         std::list<TagData>& tags, StringStringMap& outputs,
+                         String& errors) override;
+    int readOutputTagging(const String& tagFile, const StringStringMap& data,
+                          std::list<TagData>& tags, StringStringMap& outputs,
+                          String& errors) override;
+    bool tagInputs(const StringStringMap& data, void* opaque, String& errors) override;
+    bool tagOutputs(const StringStringMap& data, void* opaque, String& errors) override;
+
+    // The script travels as a CDATA child of the tag's node.
+    void writeTagAttributes(pugi::xml_node& node, const TagData& tag) override;
+    void readTagAttributes(pugi::xml_node& node, TagData& tag) override;
+
+    // The arguments of a statement: the text between its first "(" and last
+    // ")", split on commas that aren't escaped ("\,"), untrimmed; escaped
+    // commas stay escaped. False, with the reason in errors, when the
+    // statement has no "(", no ")" or nothing between them.
+    bool parseArguments(const String& statement, StringList& args, String& errors);
+    // Expands %name% references from the end of the line: "names" stays,
+    // "Param_Name" is the current parameter, any other name is a design value;
+    // a name without a value stays and warns.
+    void expandVariables(String& line, int lineNumber, const ScriptContext& state,
+                         String& errors);
+    // Runs the state's lines from firstLineNumber on; false as soon as a
+    // statement fails, and nothing later runs.
+    bool executeLines(Support::FileBufferedReader& reader, ScriptContext& state,
+                      String& errors);
+    // The current text of the cursor's line: its changed text, else the file's.
+    static String currentLine(const Support::FileBufferedReader& reader,
+                              const ScriptContext& state);
+
+    // A numeric script argument: read as a number, rounded half away from
+    // zero, clamped to the range of int; a text that isn't a number is 0.
+    static int roundedArgument(const String& text);
+
+    // A statement: the reader, the context, the statement as expanded, its
+    // script line number and the errors; false when it failed.
+    using Statement = bool (ScriptTagging::*)(Support::FileBufferedReader&, ScriptContext&,
+                                              const String&, int, String&);
+
+private:
+    bool writeScriptFile(const String& fileName, const std::list<TagData>& tags,
+                         const StringStringMap& data, StringStringMap& outputs, String& errors,
+                         bool input);
+    int readScriptFile(const String& tagFile, const StringStringMap& data,
+                       std::list<TagData>& tags, String& errors, bool input);
+    bool tagInputFile(const String& path, const String& tagFile, String& errors);
+    bool tagOutputFile(const String& path, const String& tagFile, const StringStringMap& data,
+                       String& errors);
+    void reportResults(const StringStringMap& data);
+
+    // Statement helpers: "couldNotExecuteLine" and then the reason.
+    void failLine(String& errors, int lineNumber, const String& statement, const String& key,
+                  const StringList& args);
+    bool argumentsOf(const String& statement, int lineNumber, StringList& args, String& errors);
+    bool runLoop(Support::FileBufferedReader& reader, ScriptContext& state, const String& first,
+                 const StringList& lines, std::size_t& index, int& lineNumber, String& errors);
+    bool searchText(Support::FileBufferedReader& reader, const ScriptContext& state,
+                    const String& text, int instance, int& found, std::size_t& column);
+
+    // The statements of the interpreter.
+    bool loopStatement(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool moveUp(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool moveDown(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool gotoLine(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool gotoString(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool gotoTop(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool gotoEnd(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool nextParameter(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool nextValue(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    // The value statements (input side: SET, output side: GET).
+    bool setValueFree(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool setValueFixed(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool setRelativeFree(Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                         String&);
+    bool setRelativeFixed(Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                          String&);
+    bool getValueFree(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool getValueFixed(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool getRelativeFree(Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                         String&);
+    bool getRelativeFixed(Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                          String&);
+    bool getColumnFree(Support::FileBufferedReader&, ScriptContext&, const String&, int, String&);
+    bool getColumnFixed(Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                        String&);
+    // The shared bodies of the FREE and FIXED forms.
+    struct ColumnRun;
+    bool setToken(bool fixed, Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                  String&);
+    bool setRelative(bool fixed, Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                     String&);
+    bool getToken(bool fixed, Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                  String&);
+    bool getRelative(bool fixed, Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                     String&);
+    bool getColumn(bool fixed, Support::FileBufferedReader&, ScriptContext&, const String&, int,
+                   String&);
+    bool storeValue(bool extracted, const String& value, const String& local, int row,
+                    ColumnRun& run, const ScriptContext& state, int lineNumber,
+                    const String& statement, String& errors);
+    bool finishColumn(const ScriptContext& state, int lineNumber, const String& statement,
+                      String& errors);
+
+    // The trace beside the tag file; every call is a no-op while it is closed.
+    bool openTrace(const String& tagFile);
+    void closeTrace(bool announce, String& errors);
+    void traceScriptHeader(const String& paramName, const String& firstLine);
+    void traceExecuting(int row, const String& text, const String& statement, int lineNumber);
+    void traceFinalLine(int row, const String& text);
+    void traceModifiedLine(int row, const String& text);
+
+    std::map<String, std::vector<double>> numericResults;
+    std::map<String, StringList> textResults;
+    Support::FileWriter traceFile;
+    String tracePath;
+    // Column behind the occurrence the last GOTO_STRING stopped at.
+    std::size_t foundColumn = 0;
 };
 
 }  // namespace MOSAQ::Portals
