@@ -12,24 +12,6 @@
 
 namespace MOSAQ::Portals {
 
-namespace {
-
-bool preserveStages() {
-    const char* v = std::getenv("MQT_PRESERVE_TAGGED_FILE_STAGES");
-    return v && *v && HelperBase::isTrue(v);
-}
-
-bool copyFile(const String& from, const String& to) {
-    Support::FileReader in(from, false);
-    Support::FileWriter out(to, false);
-    if (!in.is_open() || !out.is_open()) return false;
-    if (in.peek() != std::char_traits<char>::eof()) out << in.rdbuf();
-    out.close();
-    return static_cast<bool>(out);
-}
-
-}  // namespace
-
 void MarkTagging::sortTags(std::list<TagData>& tags) {
     tags.sort([](const TagData& a, const TagData& b) {
         const String ra = property(a.properties, "row"), rb = property(b.properties, "row");

@@ -17,20 +17,6 @@ namespace {
 
 using Reader = Support::FileBufferedReader;
 
-bool preserveStages() {
-    const char* v = std::getenv("MQT_PRESERVE_TAGGED_FILE_STAGES");
-    return v && *v && HelperBase::isTrue(v);
-}
-
-bool copyFile(const String& from, const String& to) {
-    Support::FileReader in(from, false);
-    Support::FileWriter out(to, false);
-    if (!in.is_open() || !out.is_open()) return false;
-    if (in.peek() != std::char_traits<char>::eof()) out << in.rdbuf();
-    out.close();
-    return static_cast<bool>(out);
-}
-
 // How the file ends its lines: "\r\n" when its first line does (the reader
 // drops the '\r'), and whether its last line has a line end. The rewritten
 // file keeps both, so a script that changes nothing changes no byte.

@@ -75,4 +75,18 @@ int TaggingImpl::wholeNumber(const String& text) {
     return static_cast<int>(v);
 }
 
+bool TaggingImpl::preserveStages() {
+    const char* v = std::getenv("MQT_PRESERVE_TAGGED_FILE_STAGES");
+    return v && *v && HelperBase::isTrue(v);
+}
+
+bool TaggingImpl::copyFile(const String& from, const String& to) {
+    Support::FileReader in(from, false);
+    Support::FileWriter out(to, false);
+    if (!in.is_open() || !out.is_open()) return false;
+    if (in.peek() != std::char_traits<char>::eof()) out << in.rdbuf();
+    out.close();
+    return static_cast<bool>(out);
+}
+
 }  // namespace MOSAQ::Portals

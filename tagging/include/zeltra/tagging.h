@@ -87,6 +87,10 @@ protected:
     // Appends a line at a level, filled with every argument, none dropped.
     static void addLevelLine(String& errors, const String& level, const String& pattern,
                              const StringList& args);
+    // Whether MQT_PRESERVE_TAGGED_FILE_STAGES asks for the ".orig" and
+    // ".after<Module>" copies of a tagged input; and the byte copy they use.
+    static bool preserveStages();
+    static bool copyFile(const String& from, const String& to);
 
     // Tags of a module tag file through the cache (see HelperBase::cachedTags).
     bool getInputTags(const String& tagFile, const String& fileName, std::list<TagData>& tags);
