@@ -1,0 +1,160 @@
+/*
+ * zu_units_lookup.cpp - searching the tables in force, dimension vectors and
+ * their text, and the raising of unit failures.
+ *
+ * Every table is sorted with strcmp, and a string_view compares as strcmp
+ * does (bytes as unsigned char, a prefix before its extensions), so halving
+ * with string_view keys finds exactly what strcmp would.
+ */
+#include "zu_units_inner.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace zu_units {
+
+namespace {
+
+template <class Row, class Key>
+const Row *halve(const Row *rows, int count, std::string_view name, Key key)
+{
+    int lo = 0, hi = count - 1;
+    while (lo <= hi) {
+        int mid = lo + (hi - lo) / 2;
+        int c = std::string_view(key(rows[mid])).compare(name);
+        if (c == 0)
+            return &rows[mid];
+        if (c < 0)
+            lo = mid + 1;
+        else
+            hi = mid - 1;
+    }
+    return nullptr;
+}
+
+thread_local std::string t_lastMessage;
+
+} // namespace
+
+const char *findDefinition(const Tables &t, std::string_view name)
+{
+    const ZU_UnitDef *row = halve(t.units, t.unitCount, name, [](const ZU_UnitDef &r) { return r.name; });
+    return row ? row->definition : nullptr;
+}
+
+const Prefix *findPrefix(std::string_view name)
+{
+    return halve(kPrefixes, kPrefixCount, name, [](const Prefix &p) { return p.name; });
+}
+
+const char *findPretty(const Tables &t, std::string_view name)
+{
+    const ZU_UnitDef *row = halve(t.pairs, t.pairCount, name, [](const ZU_UnitDef &r) { return r.name; });
+    return row ? row->definition : nullptr;
+}
+
+const char *findDerived(std::string_view dims)
+{
+    const ZU_UnitDef *row = halve(kDerived, kDerivedCount, dims, [](const ZU_UnitDef &r) { return r.name; });
+    return row ? row->definition : nullptr;
+}
+
+int baseIndex(const Tables &t, std::string_view name)
+{
+    for (int i = 0; i < t.baseCount; ++i)
+        if (name == t.bases[i])
+            return i;
+    return -1;
+}
+
+void printExponent(double e, std::string &out)
+{
+    char buf[32];
+    snprintf(buf, sizeof buf, "%.3g", e);
+    out += buf;
+}
+
+double normExponent(double e)
+{
+    if (std::fabs(e) < 0.001)
+        return 0;
+    if (e == std::rint(e) && std::fabs(e) < 1000)
+        return e;
+    char buf[32];
+    snprintf(buf, sizeof buf, "%.3g", e);
+    return strtod(buf, nullptr);
+}
+
+void printDims(const Tables &t, const Dims &d, std::string &out)
+{
+    bool first = true;
+    for (int i = 0; i < t.baseCount; ++i) {
+        if (d.e[i] == 0)
+            continue;
+        if (!first)
+            out += '.';
+        first = false;
+        out += t.bases[i];
+        if (d.e[i] != 1)
+            printExponent(d.e[i], out);
+    }
+}
+
+std::string formatMessage(const char *tmpl, std::initializer_list<std::string> args)
+{
+    std::string out;
+    auto next = args.begin();
+    for (const char *p = tmpl; *p; ++p) {
+        if (p[0] == '%' && (p[1] == 's' || p[1] == 'd') && next != args.end()) {
+            out += *next++;
+            ++p;
+        } else {
+            out += *p;
+        }
+    }
+    return out;
+}
+
+void raise(int code, const std::string &message)
+{
+    t_lastMessage = message;
+    ZU_Err("cvtUnit", code, ZU_unitErrSeverity(code), message.c_str());
+}
+
+const std::string &lastMessage()
+{
+    return t_lastMessage;
+}
+
+} // namespace zu_units
+
+extern "C" {
+
+const char *ZU_unitErrText(int code)
+{
+    switch (code) {
+#define ZU_CASE_(c, name, severity, text) \
+    case c:                               \
+        return text;
+        ZU_UNIT_CODES(ZU_CASE_)
+#undef ZU_CASE_
+    default:
+        return "";
+    }
+}
+
+int ZU_unitErrSeverity(int code)
+{
+    switch (code) {
+#define ZU_CASE_(c, name, severity, text) \
+    case c:                               \
+        return severity;
+        ZU_UNIT_CODES(ZU_CASE_)
+#undef ZU_CASE_
+    default:
+        return 0;
+    }
+}
+
+} // extern "C"
