@@ -58,6 +58,18 @@ public:
     int top(std::string_view text, Val &out) { return evalText(text, 0, out); }
 
 private:
+    /* A dimensionless real 1 without offset. */
+    void reset(Val &v) const
+    {
+        v.kind = kReal;
+        v.iv = 0;
+        v.v = 1;
+        v.hasOffset = false;
+        v.offset = 0;
+        clearDims(v.d);
+        v.text.clear();
+    }
+
     void clearDims(Dims &d) const
     {
         for (int i = 0; i < n_; ++i)
@@ -96,8 +108,7 @@ private:
             return tooDeep(text);
         Item *root = buildTree(text, arena_);
         if (!root) {
-            out = Val{};
-            clearDims(out.d);
+            reset(out);
             return 0;
         }
         return eval(root, depth + 1, out);
@@ -110,11 +121,10 @@ private:
         switch (it->kind) {
         case kInteger:
         case kReal:
-            out = Val{};
+            reset(out);
             out.v = it->value;
             out.iv = it->op;
             out.kind = it->kind == kInteger && it->value == it->op ? kInteger : kReal;
-            clearDims(out.d);
             if (textMode_)
                 out.text = it->text;
             return 0;
@@ -171,7 +181,7 @@ private:
             if (int rc = evalText(inner, depth + 1, out))
                 return rc;
         } else {
-            out = Val{};
+            reset(out);
             std::string_view inner(def + 1, strcspn(def + 1, "]"));
             if (int rc = readDims(inner, out.d))
                 return rc;
@@ -192,6 +202,14 @@ private:
     int readDims(std::string_view s, Dims &d)
     {
         clearDims(d);
+        if (s.find_first_of("0123456789+-.*/^~, ") == std::string_view::npos) {
+            int slot = baseIndex(t_, s);
+            if (slot >= 0 || s.empty()) {
+                if (slot >= 0)
+                    d.e[slot] = 1;
+                return 0;
+            }
+        }
         size_t i = 0, n = s.size();
         while (i < n) {
             size_t start = i;
@@ -282,7 +300,7 @@ private:
     int apply(Item *it, Val *l, Val *r, Val &out)
     {
         const int op = it->op;
-        out = Val{};
+        reset(out);
         if (op == kOpUnknownFunction)
             return ZU_UNIT_FUNCTION;
         if (op == kOpExp || op == kOpLog)

@@ -63,7 +63,14 @@ struct Dims {
 
 /* The exponent as the dimension text prints it ("%.3g", 0 below 0.001 in
  * magnitude) and reads it back. */
-double normExponent(double e);
+double normExponentSlow(double e);
+inline double normExponent(double e)
+{
+    /* Whole exponents below 1000 print and read back as they are. */
+    if (e < 1000 && e > -1000 && e == static_cast<double>(static_cast<int>(e)))
+        return e;
+    return normExponentSlow(e);
+}
 /* Appends the dimension text of `d` (`count` bases). */
 void printDims(const Tables &t, const Dims &d, std::string &out);
 /* Prints one exponent with "%.3g" into out. */

@@ -35,7 +35,24 @@ bool isLetter(char c)
 
 bool isSpace(char c)
 {
-    return isspace(static_cast<unsigned char>(c)) != 0;
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+/* Operators that end a word, and those of them that start a token. */
+bool endsWord(char c)
+{
+    return c == ',' || c == '*' || c == '/' || c == '^' || c == '~';
+}
+
+bool isOperatorChar(char c)
+{
+    return c == '*' || c == '+' || c == '-' || c == '/' || c == '^' || c == '~';
+}
+
+bool powerFollows(char c)
+{
+    return c == '\0' || isDigit(c) || isSpace(c) || c == '*' || c == '+' || c == ',' || c == '-' ||
+           c == '.' || c == '/' || c == '^';
 }
 
 /* The number recogniser, fed one character at a time. */
@@ -125,7 +142,7 @@ public:
             bool signedNumber = afterComma && (c == '+' || c == '-') && i_ + 1 < n &&
                                 (isDigit(s_[i_ + 1]) || s_[i_ + 1] == '.');
             afterComma = c == ',';
-            if (c == ',' || (!signedNumber && strchr("*+-/^~", c))) {
+            if (c == ',' || (!signedNumber && isOperatorChar(c))) {
                 addOperator(c, false);
                 ++i_;
             } else if (c == '(' && !signedNumber) {
@@ -192,7 +209,7 @@ private:
         char c = s_[j], next = j + 1 < s_.size() ? s_[j + 1] : '\0';
         if (c == '+' || c == '-')
             return isDigit(next) || next == '.';
-        return isDigit(c) && (next == '\0' || isDigit(next) || isSpace(next) || strchr("*+,-./^", next));
+        return isDigit(c) && powerFollows(next);
     }
 
     void word()
@@ -202,7 +219,7 @@ private:
         bool power = false;
         for (; i_ < n; ++i_) {
             char c = s_[i_];
-            if (isSpace(c) || strchr(",*/^~", c))
+            if (isSpace(c) || endsWord(c))
                 break;
             if (c == '(' && isFunctionName(s_.substr(start, i_ - start)))
                 break;

@@ -8,6 +8,7 @@
  */
 #include "zu_units_inner.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -16,13 +17,24 @@ namespace zu_units {
 
 namespace {
 
+/* strcmp of a terminated text against a view, without measuring the text. */
+int compareName(const char *a, std::string_view b)
+{
+    for (size_t i = 0; i < b.size(); ++i) {
+        unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+        if (x != y)
+            return x < y ? -1 : 1; /* a terminator is below any byte */
+    }
+    return a[b.size()] ? 1 : 0;
+}
+
 template <class Row, class Key>
 const Row *halve(const Row *rows, int count, std::string_view name, Key key)
 {
     int lo = 0, hi = count - 1;
     while (lo <= hi) {
         int mid = lo + (hi - lo) / 2;
-        int c = std::string_view(key(rows[mid])).compare(name);
+        int c = compareName(key(rows[mid]), name);
         if (c == 0)
             return &rows[mid];
         if (c < 0)
@@ -71,16 +83,19 @@ int baseIndex(const Tables &t, std::string_view name)
 void printExponent(double e, std::string &out)
 {
     char buf[32];
+    if (e == std::rint(e) && std::fabs(e) < 1000) {
+        auto [end, ec] = std::to_chars(buf, buf + sizeof buf, static_cast<int>(e));
+        out.append(buf, static_cast<size_t>(end - buf));
+        return;
+    }
     snprintf(buf, sizeof buf, "%.3g", e);
     out += buf;
 }
 
-double normExponent(double e)
+double normExponentSlow(double e)
 {
     if (std::fabs(e) < 0.001)
         return 0;
-    if (e == std::rint(e) && std::fabs(e) < 1000)
-        return e;
     char buf[32];
     snprintf(buf, sizeof buf, "%.3g", e);
     return strtod(buf, nullptr);
