@@ -21,6 +21,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <unordered_map>
 
 namespace zu_units {
 
@@ -47,6 +48,31 @@ struct Val {
     Dims d;
     std::string text;
 };
+
+/* The tokenised trees of table definitions, per thread, by definition
+ * text; dropped when the tables change. */
+struct DefinitionCache {
+    uint64_t generation = 0;
+    Arena arena{true};
+    std::unordered_map<const char *, Item *> trees;
+};
+
+thread_local DefinitionCache t_defs;
+
+/* The tree of a formula row's inner text (the form's outer brackets go;
+ * a missing closing one is forgiven). */
+Item *definitionTree(const char *def)
+{
+    auto found = t_defs.trees.find(def);
+    if (found != t_defs.trees.end())
+        return found->second;
+    std::string_view inner(def + 1);
+    if (!inner.empty() && inner.back() == ')')
+        inner.remove_suffix(1);
+    Item *root = buildTree(inner, t_defs.arena);
+    t_defs.trees.emplace(def, root);
+    return root;
+}
 
 class Evaluator {
 public:
@@ -106,7 +132,11 @@ private:
     {
         if (depth > kMaxDepth)
             return tooDeep(text);
-        Item *root = buildTree(text, arena_);
+        return evalTree(buildTree(text, arena_), depth, out);
+    }
+
+    int evalTree(Item *root, int depth, Val &out)
+    {
         if (!root) {
             reset(out);
             return 0;
@@ -129,7 +159,13 @@ private:
                 out.text = it->text;
             return 0;
         case kGroup: {
-            int rc = evalText(it->text, depth + 1, out);
+            if (depth > kMaxDepth)
+                return tooDeep(it->text);
+            if (!it->subBuilt) {
+                it->sub = buildTree(it->text, it->persistent ? t_defs.arena : arena_);
+                it->subBuilt = true;
+            }
+            int rc = evalTree(it->sub, depth + 1, out);
             if (textMode_)
                 out.text = "(" + out.text + ")";
             return rc;
@@ -150,8 +186,12 @@ private:
         return s + (p ? std::string(p) : std::string(unit));
     }
 
-    int resolve(Item *it, int depth, Val &out)
+    /* The row of a word (through its aliases) and its prefix; 0 or a code.
+     * Kept in the item, as the tables decide it alone. */
+    int lookUp(Item *it)
     {
+        if (it->resolved)
+            return 0;
         std::string_view name = it->text;
         const char *def = findDefinition(t_, name);
         size_t k = 0;
@@ -168,6 +208,21 @@ private:
             if (!def || steps > t_.unitCount)
                 return fail(ZU_UNIT_NO_RESOLUTION, {target});
         }
+        it->definition = def;
+        it->prefix = prefix;
+        it->cut = k;
+        it->resolved = true;
+        return 0;
+    }
+
+    int resolve(Item *it, int depth, Val &out)
+    {
+        if (int rc = lookUp(it))
+            return rc;
+        std::string_view name = it->text;
+        const char *def = it->definition;
+        const Prefix *prefix = it->prefix;
+        const size_t k = it->cut;
         if (def[0] == '>') {
             std::string msg = formatMessage("Unit \"%s\" not defined. %s", {std::string(name), def + 1});
             if (textMode_)
@@ -175,10 +230,9 @@ private:
             return ZU_UNIT_UNDEFINED;
         }
         if (def[0] == '(') {
-            std::string_view inner(def + 1);
-            if (!inner.empty() && inner.back() == ')')
-                inner.remove_suffix(1);
-            if (int rc = evalText(inner, depth + 1, out))
+            if (depth > kMaxDepth)
+                return tooDeep(name);
+            if (int rc = evalTree(definitionTree(def), depth + 1, out))
                 return rc;
         } else {
             reset(out);
@@ -276,13 +330,15 @@ private:
                 return rc;
             r = &rv;
         }
-        std::string text = textMode_ ? joined(it, l, r) : std::string();
-        std::string name = it->op == kOpUnknownFunction ? std::string(it->text) : opSpelling(it->op);
         int rc = apply(it, l, r, out);
-        if (rc && textMode_)
+        if (!textMode_)
+            return rc;
+        std::string text = joined(it, l, r);
+        if (rc) {
+            std::string name = it->op == kOpUnknownFunction ? std::string(it->text) : opSpelling(it->op);
             raise(rc, formatMessage(ZU_unitErrText(rc), {name, text}));
-        if (textMode_)
-            out.text = text;
+        }
+        out.text = std::move(text);
         return rc;
     }
 
@@ -320,7 +376,8 @@ private:
         if (!l || !r)
             return ZU_UNIT_ARGUMENTS;
         const bool ints = l->kind == kInteger && r->kind == kInteger;
-        out.d = l->d;
+        for (int i = 0; i < n_; ++i)
+            out.d.e[i] = l->d.e[i];
         switch (op) {
         case kOpOffset:
             if (hasDims(r->d) && !sameDims(l->d, r->d))
@@ -409,6 +466,11 @@ thread_local Arena t_arena;
 
 int evaluate(const Tables &t, std::string_view text, Result &out, std::string *display, bool pretty)
 {
+    if (t_defs.generation != tablesGeneration()) {
+        t_defs.trees.clear();
+        t_defs.arena.reset();
+        t_defs.generation = tablesGeneration();
+    }
     Val v;
     t_arena.reset();
     int rc = display ? 0 : Evaluator(t, t_arena, false, false).top(text, v);

@@ -14,6 +14,7 @@
 
 #include "zcalc.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -48,6 +49,8 @@ struct Tables {
 
 /* Loads on first use (ZU_unitsInit(null, 1)) and returns the tables. */
 const Tables &tables();
+/* Changes whenever the tables in force change (load or free). */
+uint64_t tablesGeneration();
 
 /* Binary searches; null / -1 when absent. */
 const char *findDefinition(const Tables &t, std::string_view name);

@@ -32,6 +32,7 @@ namespace {
  * this module included, from inside a load. */
 std::recursive_mutex g_loadMutex;
 std::atomic<bool> g_loaded{false};
+std::atomic<uint64_t> g_generation{1};
 bool g_sorted = false;
 bool g_atexitDone = false;
 
@@ -81,6 +82,7 @@ void freeBuilt()
     ZU_freeMem(g_built.baseStrings);
     g_built = Built{};
     useBuiltin();
+    g_generation.fetch_add(1, std::memory_order_acq_rel);
 }
 
 /* Merges one file's rows into `rows`: a name already there is replaced, and
@@ -170,6 +172,7 @@ bool install(const std::vector<ZU_UnitDef> &rows, const std::vector<ZU_UnitDef> 
         b.bases[kBuiltinBaseCount + i] = copyInto(baseArea, extraBases[i].c_str());
     g_tables = {b.units, static_cast<int>(rows.size()), b.pairs, static_cast<int>(pairs.size()),
                 b.bases, baseCount};
+    g_generation.fetch_add(1, std::memory_order_acq_rel);
     return true;
 }
 
@@ -243,6 +246,11 @@ struct AutoRegister {
 } g_autoRegister;
 
 } // namespace
+
+uint64_t tablesGeneration()
+{
+    return g_generation.load(std::memory_order_acquire);
+}
 
 const Tables &tables()
 {
