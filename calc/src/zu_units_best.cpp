@@ -28,39 +28,48 @@ const char *const kPrefixLetters[17] = {"y", "z", "a", "f", "p", "n", "u", "m", 
  * one is smaller. */
 std::string buildForm(const Tables &t, const Dims &d)
 {
-    std::vector<std::string> num, den;
-    double numMin = 0, denMin = 0;
+    struct Term {
+        int base;
+        double power;
+    };
+    std::vector<Term> num, den;
     int numAt = -1, denAt = -1;
     for (int i = 0; i < t.baseCount; ++i) {
         double e = d.e[i];
         if (e == 0)
             continue;
-        double p = std::fabs(e);
-        std::string term = t.bases[i];
-        if (p != 1)
-            printExponent(p, term);
         auto &side = e > 0 ? num : den;
-        double &best = e > 0 ? numMin : denMin;
         int &at = e > 0 ? numAt : denAt;
-        if (p >= 1 && (at < 0 || p < best)) {
-            best = p;
+        double p = std::fabs(e);
+        if (p >= 1 && (at < 0 || p < side[static_cast<size_t>(at)].power))
             at = static_cast<int>(side.size());
-        }
-        side.push_back(term);
+        side.push_back({i, p});
     }
-    if (denAt >= 0 && (numAt < 0 || denMin < numMin))
-        den[static_cast<size_t>(denAt)].insert(0, "#");
-    else if (numAt >= 0)
-        num[static_cast<size_t>(numAt)].insert(0, "%");
-    auto join = [](const std::vector<std::string> &terms) {
-        std::string s;
-        for (const std::string &term : terms)
-            s += (s.empty() ? "" : ".") + term;
-        return s;
+    bool inverted = denAt >= 0 && (numAt < 0 || den[static_cast<size_t>(denAt)].power <
+                                                    num[static_cast<size_t>(numAt)].power);
+    auto join = [&](const std::vector<Term> &terms, int markAt, char marker, std::string &out) {
+        for (size_t k = 0; k < terms.size(); ++k) {
+            if (k)
+                out += '.';
+            if (static_cast<int>(k) == markAt)
+                out += marker;
+            out += t.bases[terms[k].base];
+            if (terms[k].power != 1)
+                printExponent(terms[k].power, out);
+        }
     };
-    std::string form = num.empty() ? "1" : join(num);
-    if (!den.empty())
-        form += "/" + (den.size() > 1 ? "(" + join(den) + ")" : join(den));
+    std::string form;
+    if (num.empty())
+        form += '1';
+    join(num, inverted ? -1 : numAt, '%', form);
+    if (!den.empty()) {
+        form += '/';
+        if (den.size() > 1)
+            form += '(';
+        join(den, inverted ? denAt : -1, '#', form);
+        if (den.size() > 1)
+            form += ')';
+    }
     return form;
 }
 
