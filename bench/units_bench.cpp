@@ -35,7 +35,9 @@ double seconds(Clock::time_point a, Clock::time_point b)
 const char *const kPrefixed[] = {
     "m", "g", "s", "A", "K", "mol", "cd", "Pa", "J", "W", "N", "V", "C", "F", "ohm", "S",
     "Wb", "T", "H", "Hz", "L", "eV", "metre", "gram", "second", "pascal", "joule", "watt",
-    "newton", "volt", "ampere", "litre"};
+    "newton", "volt", "ampere", "litre", "lm", "lx", "Bq", "Gy", "Sv", "bar", "cal", "erg",
+    "dyn", "rad", "sr", "mole", "kelvin", "hertz", "coulomb", "farad", "tesla", "henry",
+    "weber", "siemens", "ohm.m", "W/m2", "J/kg", "m/s", "N.m", "Pa.s"};
 
 const char *const kCompound[] = {
     "kg.m/s^2", "km/h", "N.m", "W/(m2.K)", "kg.m2/s", "mi/h", "lbf.ft", "J/(kg.K)", "m3/s",
