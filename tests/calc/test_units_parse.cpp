@@ -1,6 +1,7 @@
 // Parsing unit expressions: dimension texts and scales, the tokeniser's
 // rules, errors with their messages, display texts, and the built-in table.
 #include "units_test_support.h"
+#include "zu_units_inner.h"
 
 #include <cmath>
 #include <cstring>
@@ -146,6 +147,13 @@ TEST_F(UnitParse, BuiltinTablesAreCompleteSortedAndResolve)
     ASSERT_EQ(count, 457);
     for (int i = 1; i < count; ++i)
         EXPECT_LT(strcmp(table[i - 1].name, table[i].name), 0) << table[i].name;
+    // The prefix and derived tables are searched by halving as they stand.
+    ASSERT_EQ(zu_units::kPrefixCount, 58);
+    for (int i = 1; i < zu_units::kPrefixCount; ++i)
+        EXPECT_LT(strcmp(zu_units::kPrefixes[i - 1].name, zu_units::kPrefixes[i].name), 0);
+    ASSERT_EQ(zu_units::kDerivedCount, 75);
+    for (int i = 1; i < zu_units::kDerivedCount; ++i)
+        EXPECT_LT(strcmp(zu_units::kDerived[i - 1].name, zu_units::kDerived[i].name), 0);
     const char *const *bases = nullptr;
     int baseCount = 0;
     ZU_unitBases(&bases, &baseCount);
