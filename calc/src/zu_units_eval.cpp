@@ -1,11 +1,13 @@
 /*
  * zu_units_eval.cpp - evaluating a unit expression down to base units.
  *
- * Every word is expanded anew through the table (nothing is cached): a
- * formula becomes the value of its inner text, a base unit the number 1 with
- * its dimension, a prefix multiplies. Dimensions travel as exponent vectors
- * kept in printed-and-read-back form, so the result is the one a dimension
- * text round trip after every operation would give.
+ * Every word is expanded anew through the table, on every parse: a formula
+ * becomes the value of its inner text, a base unit the number 1 with its
+ * dimension, a prefix multiplies. What a thread keeps between parses is only
+ * the tokenised tree of each table definition it met and the row each word
+ * of such a tree names, until the tables change. Dimensions travel as
+ * exponent vectors kept in printed-and-read-back form, so the result is the
+ * one a dimension text round trip after every operation would give.
  *
  * Evaluation first runs without building any text; only when it fails does
  * it run again in text mode, which builds the display texts that the
