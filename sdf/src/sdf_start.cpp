@@ -22,6 +22,7 @@
 #include <string>
 
 #include "sdf_inner.h"
+#include "zcalc.h"
 
 namespace {
 
@@ -88,6 +89,7 @@ int sdf_init() {
     read_environment();
     sdf_lock_identity_init();
     g_owner = getpid();
+    ZU_unitsRegister();  // so that ZU_init loads the unit tables
     ZU_init(1);
     pthread_atfork(nullptr, nullptr, note_fork);
     atexit(exit_handler);

@@ -81,6 +81,13 @@ const std::vector<Command>& commands() {
          "process has ended), or none.\n"
          "  --delete  removes FILE.lock and FILE.lock.lock; a lock that still\n"
          "            counts is kept unless --force is given too\n"},
+        {"units", cmdUnits, 1, 2, {},
+         "usage: sdf units FROM [TO]\n\n"
+         "With one unit expression: its dimension text in base units, and the scale\n"
+         "and offset that lead to them (value_base = value * scale + offset). With\n"
+         "two: the conversion from FROM to TO (value_TO = value_FROM * scale +\n"
+         "offset). Units files named by ZU_UNITS_LOCAL and ZU_UNITS_FILE count;\n"
+         "see docs/units-files.md. Examples: sdf units kg.m/s^2; sdf units degC degF\n"},
     };
     return table;
 }
@@ -97,7 +104,8 @@ void usage(FILE* out) {
                  "  dump    values of some variables, or of all\n"
                  "  export  variables as JSON or CSV\n"
                  "  check   the library's open-time checks, plus a read of every value\n"
-                 "  locks   lock-file information, and deletion\n\n%s",
+                 "  locks   lock-file information, and deletion\n"
+                 "  units   a unit expression in base units, or a unit conversion\n\n%s",
                  kExitCodes);
 }
 

@@ -118,6 +118,7 @@ int cmdDump(const Args& a);
 int cmdCheck(const Args& a);
 int cmdExport(const Args& a);
 int cmdLocks(const Args& a);
+int cmdUnits(const Args& a);
 
 // "sdf: " and the text on standard error.
 void complain(const char* fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -16,8 +16,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-int (*zu_unitTableLoader)(int atexitFlag) = nullptr;
-void (*zu_unitTableFreer)(void) = nullptr;
+/* Visible outside the library: the unit system may be linked separately. */
+ZU_API int (*zu_unitTableLoader)(int atexitFlag) = nullptr;
+ZU_API void (*zu_unitTableFreer)(void) = nullptr;
 
 namespace {
 

@@ -57,7 +57,7 @@ int setPat(const char *regex, unsigned char *buffer, const unsigned char *end, i
 /* Unit tables. ZU_init calls the loader if one is set, and ZU_close the
  * freer; the unit system installs its own pair here. A loader returns 0 or
  * the load's code, and leaves its message in the error slot. */
-extern int (*zu_unitTableLoader)(int atexitFlag);
-extern void (*zu_unitTableFreer)(void);
+extern ZU_API int (*zu_unitTableLoader)(int atexitFlag);
+extern ZU_API void (*zu_unitTableFreer)(void);
 
 #endif

@@ -211,8 +211,11 @@ void ZU_memInit(int atexitFlag)
 
 void ZU_memFreeAll(void)
 {
-    /* The error set and the option stack hold tracked blocks: let them drop
-     * those first, so that nothing is left pointing at freed memory. */
+    /* The unit tables, the error set and the option stack hold tracked
+     * blocks: let them drop those first, so that nothing is left pointing at
+     * freed memory. */
+    if (zu_unitTableFreer)
+        zu_unitTableFreer();
     zu_errCleanup();
     zu_optReset();
     std::lock_guard<std::mutex> guard(g_initMutex);
