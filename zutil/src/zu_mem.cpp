@@ -215,6 +215,8 @@ void ZU_memFreeAll(void)
      * those first, so that nothing is left pointing at freed memory. */
     zu_errCleanup();
     zu_optReset();
+    zu_ndimReset();
+    zu_respReset();
     std::lock_guard<std::mutex> guard(g_initMutex);
     if (!g_initialised.load(std::memory_order_relaxed))
         return;

@@ -1,0 +1,308 @@
+/*
+ * zu_resp.cpp - response surfaces: kernel-weighted averages of scattered
+ * samples, with points added at any time and no fitting step.
+ *
+ * Invariants: every sample in 0..count holds its own copies of a position of
+ * `dimensions` values and a response of `responses` values; count <= room.
+ * A failing addition leaves the surface as it was. Handles work as for the
+ * n-dimensional tables: a process-wide array under its own lock, a deleted
+ * surface leaves a null that the next creation takes.
+ */
+#include "zu_internal.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+struct ZU_Resp {
+    int32_t dimensions;
+    int32_t responses;
+    int32_t count;
+    int32_t room; /* entries in positions and values */
+    double **positions;
+    double **values;
+    double *gsize;
+    double alpha;
+    double nu;
+};
+
+ZU_LockRec g_lock;
+ZU_Resp **g_surfaces = nullptr; /* guarded by g_lock */
+int g_slots = 0;
+
+#define ZU_RESP_MESSAGES(X)                                           \
+    X(Dims, "invalid number of dimensions (must be > 0)")             \
+    X(Responses, "invalid number of responses (must be > 0)")         \
+    X(Gsize, "invalid 'gsize' (each grid interval must be >0.0)")     \
+    X(Alpha, "invalid 'alpha' (must be >0.0)")                        \
+    X(Nu, "invalid 'nu' (must be >0.0)")                              \
+    X(Handle, "handle is not valid")                                  \
+    X(Pointer, "Invalid pointer")                                     \
+    X(Obj, "allocating memory for Resp obj")                          \
+    X(GsizeMem, "allocating memory for 'gsize'")                      \
+    X(Position, "allocating memory for position")                     \
+    X(Response, "allocating memory for response")
+
+enum class Msg {
+#define ZU_RESP_ID_(id, text) id,
+    ZU_RESP_MESSAGES(ZU_RESP_ID_)
+#undef ZU_RESP_ID_
+};
+const char *const kTexts[] = {
+#define ZU_RESP_TEXT_(id, text) text,
+    ZU_RESP_MESSAGES(ZU_RESP_TEXT_)
+#undef ZU_RESP_TEXT_
+};
+
+int fail(const char *routine, int code, Msg id)
+{
+    ZU_Err(routine, code, ZU_SEV_ERROR, kTexts[static_cast<int>(id)]);
+    return code;
+}
+
+void freeSurface(ZU_Resp *r)
+{
+    if (!r)
+        return;
+    for (int32_t i = 0; i < r->count; ++i) {
+        ZU_freeMem(r->positions[i]);
+        ZU_freeMem(r->values[i]);
+    }
+    ZU_freeMem(r->positions);
+    ZU_freeMem(r->values);
+    ZU_freeMem(r->gsize);
+    ZU_freeMem(r);
+}
+
+ZU_Resp *lookup(const char *routine, int handle)
+{
+    ZU_lock(&g_lock);
+    ZU_Resp *r = handle >= 0 && handle < g_slots ? g_surfaces[handle] : nullptr;
+    ZU_unlock(&g_lock);
+    if (!r)
+        fail(routine, ZU_RESP_BAD_HANDLE, Msg::Handle);
+    return r;
+}
+
+/* Sum of squared scaled differences. */
+inline double squares(const ZU_Resp *r, const double *a, const double *b)
+{
+    double s = 0;
+    for (int32_t k = 0; k < r->dimensions; ++k) {
+        double q = (a[k] - b[k]) / r->gsize[k];
+        s += q * q;
+    }
+    return s;
+}
+
+inline double weight(const ZU_Resp *r, const double *a, const double *b)
+{
+    return std::exp(-r->alpha * std::pow(std::sqrt(squares(r, a, b)), r->nu));
+}
+
+bool validCreate(int dimensions, int responses, const double *gsize, double alpha, double nu)
+{
+    const char *routine = "ZU_respCreate";
+    if (dimensions < 1)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Dims), false;
+    if (responses < 1)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Responses), false;
+    for (int k = 0; gsize && k < dimensions; ++k)
+        if (!(gsize[k] > 0.0) || !std::isfinite(gsize[k]))
+            gsize = nullptr;
+    if (!gsize)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Gsize), false;
+    if (!(alpha > 0.0) || !std::isfinite(alpha))
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Alpha), false;
+    if (!(nu > 0.0) || !std::isfinite(nu))
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Nu), false;
+    return true;
+}
+
+/* Makes room for one more sample; false when out of memory. */
+bool grow(ZU_Resp *r)
+{
+    if (r->count < r->room)
+        return true;
+    if (r->room > INT32_MAX / 2)
+        return false;
+    int32_t room = r->room ? r->room * 2 : 64;
+    auto *p = static_cast<double **>(ZU_reallocMem(r->positions, sizeof(double *) * room));
+    if (p)
+        r->positions = p;
+    auto *v = p ? static_cast<double **>(ZU_reallocMem(r->values, sizeof(double *) * room)) : nullptr;
+    if (!v)
+        return false;
+    r->values = v;
+    r->room = room;
+    return true;
+}
+
+} // namespace
+
+void zu_respReset(void)
+{
+    ZU_lock(&g_lock);
+    ZU_Resp **surfaces = g_surfaces;
+    int slots = g_slots;
+    g_surfaces = nullptr;
+    g_slots = 0;
+    ZU_unlock(&g_lock);
+    for (int i = 0; i < slots; ++i)
+        freeSurface(surfaces[i]);
+    ZU_freeMem(surfaces);
+}
+
+extern "C" {
+
+const char *ZU_respCodeText(int code)
+{
+    switch (code) {
+#define ZU_CASE_(c, name, text) \
+    case c:                     \
+        return text;
+        ZU_RESP_CODES(ZU_CASE_)
+#undef ZU_CASE_
+    default:
+        return "";
+    }
+}
+
+int ZU_respCreate(int *handle, int dimensions, int responses, const double *gsize, double alpha, double nu)
+{
+    const char *routine = "ZU_respCreate";
+    if (!handle)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
+    if (!validCreate(dimensions, responses, gsize, alpha, nu))
+        return ZU_RESP_BAD_ARGUMENT;
+    auto *r = static_cast<ZU_Resp *>(ZU_allocMem(sizeof(ZU_Resp), "ZU_respCreate::obj"));
+    if (!r)
+        return fail(routine, ZU_RESP_NO_MEMORY, Msg::Obj);
+    r->gsize = static_cast<double *>(ZU_allocMem(sizeof(double) * dimensions, "ZU_respCreate::gsize"));
+    if (!r->gsize) {
+        ZU_freeMem(r);
+        return fail(routine, ZU_RESP_NO_MEMORY, Msg::GsizeMem);
+    }
+    memcpy(r->gsize, gsize, sizeof(double) * dimensions);
+    r->dimensions = dimensions;
+    r->responses = responses;
+    r->alpha = alpha;
+    r->nu = nu;
+    *handle = -1;
+    ZU_lock(&g_lock);
+    int slot = 0;
+    while (slot < g_slots && g_surfaces[slot])
+        ++slot;
+    if (slot == g_slots) {
+        auto *grown = static_cast<ZU_Resp **>(
+            ZU_reallocMem(g_surfaces, sizeof(ZU_Resp *) * (static_cast<size_t>(g_slots) + 1)));
+        if (grown) {
+            g_surfaces = grown;
+            g_surfaces[g_slots++] = nullptr;
+        } else {
+            slot = -1;
+        }
+    }
+    if (slot >= 0)
+        g_surfaces[slot] = r;
+    ZU_unlock(&g_lock);
+    if (slot < 0) {
+        freeSurface(r);
+        return fail(routine, ZU_RESP_NO_MEMORY, Msg::Obj);
+    }
+    *handle = slot;
+    return 0;
+}
+
+int ZU_respDelete(int handle)
+{
+    ZU_lock(&g_lock);
+    ZU_Resp *r = handle >= 0 && handle < g_slots ? g_surfaces[handle] : nullptr;
+    if (r)
+        g_surfaces[handle] = nullptr;
+    ZU_unlock(&g_lock);
+    if (!r)
+        return fail("ZU_respDelete", ZU_RESP_BAD_HANDLE, Msg::Handle);
+    freeSurface(r);
+    return 0;
+}
+
+int ZU_respAddPoint(int handle, const double *position, const double *response)
+{
+    const char *routine = "ZU_respAddPoint";
+    ZU_Resp *r = lookup(routine, handle);
+    if (!r)
+        return ZU_RESP_BAD_HANDLE;
+    if (!position || !response)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
+    auto *p = static_cast<double *>(ZU_allocMemNoZero(sizeof(double) * r->dimensions, "ZU_respAddPoint::p"));
+    if (!p || !grow(r)) {
+        ZU_freeMem(p);
+        return fail(routine, ZU_RESP_NO_MEMORY, Msg::Position);
+    }
+    auto *v = static_cast<double *>(ZU_allocMemNoZero(sizeof(double) * r->responses, "ZU_respAddPoint::v"));
+    if (!v) {
+        ZU_freeMem(p);
+        return fail(routine, ZU_RESP_NO_MEMORY, Msg::Response);
+    }
+    memcpy(p, position, sizeof(double) * r->dimensions);
+    memcpy(v, response, sizeof(double) * r->responses);
+    r->positions[r->count] = p;
+    r->values[r->count] = v;
+    ++r->count;
+    return 0;
+}
+
+int ZU_respSurf(int handle, const double *position, double *response)
+{
+    const char *routine = "ZU_respSurf";
+    ZU_Resp *r = lookup(routine, handle);
+    if (!r)
+        return ZU_RESP_BAD_HANDLE;
+    if (!position || !response)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
+    const int32_t m = r->responses;
+    for (int32_t j = 0; j < m; ++j)
+        response[j] = 0;
+    double total = 0;
+    const bool square = r->nu == 2.0;
+    for (int32_t i = 0; i < r->count; ++i) {
+        const double w = square ? std::exp(-r->alpha * squares(r, position, r->positions[i]))
+                                : weight(r, position, r->positions[i]);
+        const double *v = r->values[i];
+        for (int32_t j = 0; j < m; ++j)
+            response[j] += w * v[j];
+        total += w;
+    }
+    if (total > 0)
+        for (int32_t j = 0; j < m; ++j)
+            response[j] /= total;
+    return 0;
+}
+
+int ZU_respNorm(int handle, const double *a, const double *b, double *distance)
+{
+    const char *routine = "ZU_respNorm";
+    ZU_Resp *r = lookup(routine, handle);
+    if (!r)
+        return ZU_RESP_BAD_HANDLE;
+    if (!a || !b || !distance)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
+    *distance = std::sqrt(squares(r, a, b));
+    return 0;
+}
+
+int ZU_respCorr(int handle, const double *a, const double *b, double *correlation)
+{
+    const char *routine = "ZU_respCorr";
+    ZU_Resp *r = lookup(routine, handle);
+    if (!r)
+        return ZU_RESP_BAD_HANDLE;
+    if (!a || !b || !correlation)
+        return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
+    *correlation = weight(r, a, b);
+    return 0;
+}
+
+} // extern "C"
