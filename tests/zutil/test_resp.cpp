@@ -59,35 +59,49 @@ TEST_F(Resp, EdgeCasesOfTheWeightedMean)
 
 TEST_F(Resp, MatchesAnIndependentComputation)
 {
+    struct Shape {
+        int dims, responses;
+    };
     for (double nu : {0.7, 1.5, 2.0}) {
-        const int dims = 3, n = 300;
-        const std::vector<double> g = {0.5, 2, 1};
-        const double alpha = 0.8;
-        int h = surface(dims, 2, g, alpha, nu);
-        int32_t seed = 99;
-        std::vector<std::vector<double>> pos, val;
-        for (int i = 0; i < n; ++i) {
-            pos.push_back({4 * ZU_rand(&seed), 4 * ZU_rand(&seed), 4 * ZU_rand(&seed)});
-            val.push_back({ZU_rand(&seed) * 10 - 5, ZU_rand(&seed)});
-            ASSERT_EQ(ZU_respAddPoint(h, pos.back().data(), val.back().data()), 0);
-        }
-        for (int k = 0; k < 20; ++k) {
-            std::vector<double> at = {4 * ZU_rand(&seed), 4 * ZU_rand(&seed), 4 * ZU_rand(&seed)};
-            long double sum0 = 0, sum1 = 0, total = 0;
+        for (Shape shape : {Shape{3, 2}, Shape{3, 1}, Shape{7, 1}}) {
+            const int dims = shape.dims, m = shape.responses, n = 300;
+            std::vector<double> g;
+            for (int j = 0; j < dims; ++j)
+                g.push_back(0.5 + j % 3);
+            const double alpha = 0.8;
+            int h = surface(dims, m, g, alpha, nu);
+            int32_t seed = 99;
+            auto draw = [&](int count, double scale) {
+                std::vector<double> v;
+                for (int j = 0; j < count; ++j)
+                    v.push_back(scale * ZU_rand(&seed));
+                return v;
+            };
+            std::vector<std::vector<double>> pos, val;
             for (int i = 0; i < n; ++i) {
-                long double s = 0;
-                for (int j = 0; j < dims; ++j)
-                    s += std::pow((at[j] - pos[i][j]) / (long double)g[j], 2.0L);
-                long double w = std::exp(-alpha * std::pow(std::sqrt(s), (long double)nu));
-                sum0 += w * val[i][0];
-                sum1 += w * val[i][1];
-                total += w;
+                pos.push_back(draw(dims, 4));
+                val.push_back(draw(m, 10));
+                ASSERT_EQ(ZU_respAddPoint(h, pos.back().data(), val.back().data()), 0);
             }
-            std::vector<double> got = surf(h, at, 2);
-            EXPECT_NEAR(got[0], double(sum0 / total), 1e-12) << nu;
-            EXPECT_NEAR(got[1], double(sum1 / total), 1e-12) << nu;
+            for (int k = 0; k < 10; ++k) {
+                std::vector<double> at = draw(dims, 4);
+                std::vector<long double> sum(m, 0);
+                long double total = 0;
+                for (int i = 0; i < n; ++i) {
+                    long double s = 0;
+                    for (int j = 0; j < dims; ++j)
+                        s += std::pow((at[j] - pos[i][j]) / (long double)g[j], 2.0L);
+                    long double w = std::exp(-alpha * std::pow(std::sqrt(s), (long double)nu));
+                    for (int j = 0; j < m; ++j)
+                        sum[j] += w * val[i][j];
+                    total += w;
+                }
+                std::vector<double> got = surf(h, at, m);
+                for (int j = 0; j < m; ++j)
+                    EXPECT_NEAR(got[j], double(sum[j] / total), 1e-11) << nu << " " << dims << " " << m;
+            }
+            ZU_respDelete(h);
         }
-        ZU_respDelete(h);
     }
 }
 

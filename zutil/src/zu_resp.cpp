@@ -88,9 +88,11 @@ ZU_Resp *lookup(const char *routine, int handle)
 /* Sum of squared scaled differences. */
 inline double squares(const ZU_Resp *r, const double *a, const double *b)
 {
+    const int32_t n = r->dimensions;
+    const double *g = r->gsize;
     double s = 0;
-    for (int32_t k = 0; k < r->dimensions; ++k) {
-        double q = (a[k] - b[k]) / r->gsize[k];
+    for (int32_t k = 0; k < n; ++k) {
+        double q = (a[k] - b[k]) / g[k];
         s += q * q;
     }
     return s;
@@ -99,6 +101,33 @@ inline double squares(const ZU_Resp *r, const double *a, const double *b)
 inline double weight(const ZU_Resp *r, const double *a, const double *b)
 {
     return std::exp(-r->alpha * std::pow(std::sqrt(squares(r, a, b)), r->nu));
+}
+
+/* The sums of ZU_respSurf for one response, with the position's length N
+ * known to the compiler (0: read from the surface). Same arithmetic, in
+ * the same order, as squares() and weight(). */
+template <int N>
+void sumOne(const ZU_Resp *r, const double *x, bool square, double *sum, double *total)
+{
+    const int32_t n = N ? N : r->dimensions, count = r->count;
+    const double *g = r->gsize;
+    const double alpha = r->alpha, nu = r->nu;
+    const double *const *positions = r->positions;
+    const double *const *values = r->values;
+    double s0 = 0, t0 = 0;
+    for (int32_t i = 0; i < count; ++i) {
+        const double *p = positions[i];
+        double s = 0;
+        for (int32_t k = 0; k < n; ++k) {
+            double q = (x[k] - p[k]) / g[k];
+            s += q * q;
+        }
+        const double w = square ? std::exp(-alpha * s) : std::exp(-alpha * std::pow(std::sqrt(s), nu));
+        s0 += w * values[i][0];
+        t0 += w;
+    }
+    *sum = s0;
+    *total = t0;
 }
 
 bool validCreate(int dimensions, int responses, const double *gsize, double alpha, double nu)
@@ -262,18 +291,36 @@ int ZU_respSurf(int handle, const double *position, double *response)
         return ZU_RESP_BAD_HANDLE;
     if (!position || !response)
         return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
-    const int32_t m = r->responses;
+    /* Locals, so the compiler need not reload them after each store into
+     * the caller's response array, which it must assume may alias. */
+    const int32_t m = r->responses, count = r->count;
+    const double *const *positions = r->positions;
+    const double *const *values = r->values;
+    const bool square = r->nu == 2.0;
+    const double alpha = r->alpha;
     for (int32_t j = 0; j < m; ++j)
         response[j] = 0;
     double total = 0;
-    const bool square = r->nu == 2.0;
-    for (int32_t i = 0; i < r->count; ++i) {
-        const double w = square ? std::exp(-r->alpha * squares(r, position, r->positions[i]))
-                                : weight(r, position, r->positions[i]);
-        const double *v = r->values[i];
-        for (int32_t j = 0; j < m; ++j)
-            response[j] += w * v[j];
-        total += w;
+    if (m == 1) {
+        /* One response, the common case: sums stay in registers, and the
+         * usual position lengths get unrolled loops. */
+        auto sum = r->dimensions == 1   ? sumOne<1>
+                   : r->dimensions == 2 ? sumOne<2>
+                   : r->dimensions == 3 ? sumOne<3>
+                   : r->dimensions == 4 ? sumOne<4>
+                   : r->dimensions == 5 ? sumOne<5>
+                   : r->dimensions == 6 ? sumOne<6>
+                                        : sumOne<0>;
+        sum(r, position, square, &response[0], &total);
+    } else {
+        for (int32_t i = 0; i < count; ++i) {
+            const double w = square ? std::exp(-alpha * squares(r, position, positions[i]))
+                                    : weight(r, position, positions[i]);
+            const double *v = values[i];
+            for (int32_t j = 0; j < m; ++j)
+                response[j] += w * v[j];
+            total += w;
+        }
     }
     if (total > 0)
         for (int32_t j = 0; j < m; ++j)
