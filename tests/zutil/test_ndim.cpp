@@ -205,7 +205,7 @@ TEST_F(Ndim, GridsBeyondTwoToThe31PointsAreRefused)
     std::string text = "sparse 3 #";
     for (int d = 0; d < 3; ++d) {
         for (int i = 0; i < 1300; ++i)
-            text += " " + std::to_string(i);
+            (text += ' ') += std::to_string(i);
         text += " #";
     }
     int h;
@@ -251,7 +251,7 @@ TEST_F(Ndim, MissingPointsFailOnlyInCellsThatTouchThem)
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 3; ++j)
             if (i != 1 || j != 1)
-                text += " " + std::to_string(i) + " " + std::to_string(j) + " 1 #";
+                ((((text += ' ') += std::to_string(i)) += ' ') += std::to_string(j)) += " 1 #";
     int h = table(text);
     float v = 42;
     EXPECT_EQ(ZU_ndimInterp(h, std::vector<float>{0.5f, 0.5f}.data(), &v), ZU_NDIM_MISSING_POINT);
