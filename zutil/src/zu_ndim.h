@@ -140,13 +140,17 @@ public:
     }
     /* Number of '#' fields from here to the end. */
     size_t countHashes() const;
-    /* Line (from 1) of an offset in the text. */
-    int lineOf(size_t offset) const;
+    /* Line (from 1) of an offset in the text. Counting goes on from the
+     * previous answer when offsets come in order, as faults do, so many
+     * faults in a large file don't each rescan it. */
+    int lineOf(size_t offset);
 
 private:
     const char *text_;
     size_t length_;
     size_t pos_ = 0;
+    size_t lineFrom_ = 0; /* offset up to which lines_ newlines were counted */
+    int lines_ = 1;
 };
 
 /* A float field as the reader understands it: optional sign, digits with an

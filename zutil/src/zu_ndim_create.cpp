@@ -177,6 +177,7 @@ ZU_NdimTable *zu_ndimRead(const char *text, size_t length, const char *path, con
         NdimToken type = lex.next();
         lex.next(); /* dimensions */
         lex.next(); /* '#' */
+        /* The check accepted the type, so its length tells which it is. */
         bool full = type.length == 4, ntuples = type.length == 7;
         ok = readAxes(lex, t) && readValues(lex, t, full, ntuples);
     }

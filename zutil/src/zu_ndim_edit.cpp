@@ -18,6 +18,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <locale.h>
+#include <memory>
+#include <new>
 #include <string>
 
 namespace {
@@ -101,14 +103,42 @@ void append(std::string &out, const char *format, ...)
         out.append(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
 }
 
-/* The SPARSE text of a table; false when out of memory. */
+/* Numbers formatted in the C locale by this thread while it lives. */
+class CNumbers {
+public:
+    CNumbers() : c_(newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(0)))
+    {
+        if (c_)
+            previous_ = uselocale(c_);
+    }
+    ~CNumbers()
+    {
+        if (c_) {
+            uselocale(previous_);
+            freelocale(c_);
+        }
+    }
+    CNumbers(const CNumbers &) = delete;
+    CNumbers &operator=(const CNumbers &) = delete;
+
+private:
+    locale_t c_;
+    locale_t previous_ = static_cast<locale_t>(0);
+};
+
+struct TrackedFree {
+    void operator()(void *p) const { ZU_freeMem(p); }
+};
+
+/* The SPARSE text of a table; false (or std::bad_alloc) when out of memory. */
 bool sparseText(const ZU_NdimTable *t, std::string &out)
 {
-    int32_t *idx = static_cast<int32_t *>(ZU_allocMem(sizeof(int32_t) * t->dimensions, "ZU_ndimWrite:idx"));
+    std::unique_ptr<int32_t, TrackedFree> held(
+        static_cast<int32_t *>(ZU_allocMem(sizeof(int32_t) * t->dimensions, "ZU_ndimWrite:idx")));
+    int32_t *idx = held.get();
     if (!idx)
         return false;
-    locale_t c = newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(0));
-    locale_t previous = c ? uselocale(c) : static_cast<locale_t>(0);
+    CNumbers numbers;
     out = "SPARSE\n";
     append(out, "%d #\n", t->dimensions);
     out += "\n";
@@ -128,11 +158,6 @@ bool sparseText(const ZU_NdimTable *t, std::string &out)
             append(out, "%d ", idx[k]);
         append(out, "%12.8e #\n", static_cast<double>(t->values[i]));
     }
-    if (c) {
-        uselocale(previous);
-        freelocale(c);
-    }
-    ZU_freeMem(idx);
     return true;
 }
 
@@ -235,7 +260,13 @@ int ZU_ndimWrite(int handle, const char *path)
         return ZU_NDIM_FAILED;
     }
     std::string text;
-    if (!sparseText(t, text)) {
+    bool built;
+    try {
+        built = sparseText(t, text);
+    } catch (const std::bad_alloc &) {
+        built = false;
+    }
+    if (!built) {
         zu_ndimRaise(routine, ZU_NDIM_FAILED, ZU_SEV_ERROR, NdimMsg::NoRoom, t->file);
         return ZU_NDIM_NOT_WRITTEN;
     }

@@ -118,12 +118,17 @@ size_t NdimLexer::countHashes() const
     return n;
 }
 
-int NdimLexer::lineOf(size_t offset) const
+int NdimLexer::lineOf(size_t offset)
 {
-    int line = 1;
-    for (size_t i = 0; i < offset && i < length_; ++i)
-        line += text_[i] == '\n';
-    return line;
+    if (offset > length_)
+        offset = length_;
+    if (offset < lineFrom_) {
+        lineFrom_ = 0;
+        lines_ = 1;
+    }
+    for (; lineFrom_ < offset; ++lineFrom_)
+        lines_ += text_[lineFrom_] == '\n';
+    return lines_;
 }
 
 bool zu_ndimParseFloat(const NdimToken &t, float *value)
@@ -150,7 +155,7 @@ bool zu_ndimParseInt(const NdimToken &t, int32_t *value)
     if (t.kind != NdimToken::Word)
         return false;
     const char *p = t.text, *end = t.text + t.length;
-    if (p < end && *p == '+')
+    if (p < end && *p == '+' && p + 1 < end && p[1] != '-')
         ++p;
     if (p == end || *p == '+')
         return false;
