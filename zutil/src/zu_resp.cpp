@@ -2,9 +2,12 @@
  * zu_resp.cpp - response surfaces: kernel-weighted averages of scattered
  * samples, with points added at any time and no fitting step.
  *
- * Invariants: every sample in 0..count holds its own copies of a position of
- * `dimensions` values and a response of `responses` values; count <= room.
- * A failing addition leaves the surface as it was. Handles work as for the
+ * Invariants: sample i's own copy of its position is positions[i*dimensions
+ * ...] and of its response values[i*responses ...], for i below count; both
+ * blocks have room for `room` samples, count <= room. The samples lie side
+ * by side because every query streams through all of them, so memory
+ * traffic decides its speed. A failing addition leaves the surface as it
+ * was (a block may have grown, nothing else changes). Handles work as for the
  * n-dimensional tables: a process-wide array under its own lock, a deleted
  * surface leaves a null that the next creation takes.
  */
@@ -19,9 +22,9 @@ struct ZU_Resp {
     int32_t dimensions;
     int32_t responses;
     int32_t count;
-    int32_t room; /* entries in positions and values */
-    double **positions;
-    double **values;
+    int32_t room; /* samples that fit in positions and values */
+    double *positions;
+    double *values;
     double *gsize;
     double alpha;
     double nu;
@@ -65,10 +68,6 @@ void freeSurface(ZU_Resp *r)
 {
     if (!r)
         return;
-    for (int32_t i = 0; i < r->count; ++i) {
-        ZU_freeMem(r->positions[i]);
-        ZU_freeMem(r->values[i]);
-    }
     ZU_freeMem(r->positions);
     ZU_freeMem(r->values);
     ZU_freeMem(r->gsize);
@@ -112,18 +111,18 @@ void sumOne(const ZU_Resp *r, const double *x, bool square, double *sum, double 
     const int32_t n = N ? N : r->dimensions, count = r->count;
     const double *g = r->gsize;
     const double alpha = r->alpha, nu = r->nu;
-    const double *const *positions = r->positions;
-    const double *const *values = r->values;
+    const double *positions = r->positions;
+    const double *values = r->values;
     double s0 = 0, t0 = 0;
     for (int32_t i = 0; i < count; ++i) {
-        const double *p = positions[i];
+        const double *p = positions + static_cast<size_t>(i) * n;
         double s = 0;
         for (int32_t k = 0; k < n; ++k) {
             double q = (x[k] - p[k]) / g[k];
             s += q * q;
         }
         const double w = square ? std::exp(-alpha * s) : std::exp(-alpha * std::pow(std::sqrt(s), nu));
-        s0 += w * values[i][0];
+        s0 += w * values[i];
         t0 += w;
     }
     *sum = s0;
@@ -149,23 +148,41 @@ bool validCreate(int dimensions, int responses, const double *gsize, double alph
     return true;
 }
 
-/* Makes room for one more sample; false when out of memory. */
-bool grow(ZU_Resp *r)
+/* A block of `room` samples of `width` values: the first one tagged, a
+ * grown one reallocated (the old one stays valid when that fails). */
+double *growBlock(double *block, int32_t room, int32_t width, const char *tag)
+{
+    size_t bytes = sizeof(double) * static_cast<size_t>(room) * static_cast<size_t>(width);
+    return static_cast<double *>(block ? ZU_reallocMemNoZero(block, bytes) : ZU_allocMemNoZero(bytes, tag));
+}
+
+/* Makes room for one more sample; 0, or the message of the block that
+ * couldn't grow. */
+int grow(ZU_Resp *r, Msg *why)
 {
     if (r->count < r->room)
-        return true;
-    if (r->room > INT32_MAX / 2)
-        return false;
-    int32_t room = r->room ? r->room * 2 : 64;
-    auto *p = static_cast<double **>(ZU_reallocMem(r->positions, sizeof(double *) * room));
-    if (p)
-        r->positions = p;
-    auto *v = p ? static_cast<double **>(ZU_reallocMem(r->values, sizeof(double *) * room)) : nullptr;
-    if (!v)
-        return false;
+        return 0;
+    int32_t room = r->room ? (r->room > INT32_MAX / 2 ? INT32_MAX : r->room * 2) : 64;
+    if (room == r->room || static_cast<double>(room) * r->dimensions > 1e15 ||
+        static_cast<double>(room) * r->responses > 1e15) {
+        *why = Msg::Position;
+        return 1;
+    }
+    double *p = growBlock(r->positions, room, r->dimensions, "ZU_respAddPoint::p");
+    if (!p) {
+        *why = Msg::Position;
+        return 1;
+    }
+    r->positions = p;
+    double *v = growBlock(r->values, room, r->responses, "ZU_respAddPoint::v");
+    if (!v) {
+        /* The positions block may stay larger: room counts the smaller. */
+        *why = Msg::Response;
+        return 1;
+    }
     r->values = v;
     r->room = room;
-    return true;
+    return 0;
 }
 
 } // namespace
@@ -265,20 +282,11 @@ int ZU_respAddPoint(int handle, const double *position, const double *response)
         return ZU_RESP_BAD_HANDLE;
     if (!position || !response)
         return fail(routine, ZU_RESP_BAD_ARGUMENT, Msg::Pointer);
-    auto *p = static_cast<double *>(ZU_allocMemNoZero(sizeof(double) * r->dimensions, "ZU_respAddPoint::p"));
-    if (!p || !grow(r)) {
-        ZU_freeMem(p);
-        return fail(routine, ZU_RESP_NO_MEMORY, Msg::Position);
-    }
-    auto *v = static_cast<double *>(ZU_allocMemNoZero(sizeof(double) * r->responses, "ZU_respAddPoint::v"));
-    if (!v) {
-        ZU_freeMem(p);
-        return fail(routine, ZU_RESP_NO_MEMORY, Msg::Response);
-    }
-    memcpy(p, position, sizeof(double) * r->dimensions);
-    memcpy(v, response, sizeof(double) * r->responses);
-    r->positions[r->count] = p;
-    r->values[r->count] = v;
+    Msg why;
+    if (grow(r, &why))
+        return fail(routine, ZU_RESP_NO_MEMORY, why);
+    memcpy(r->positions + static_cast<size_t>(r->count) * r->dimensions, position, sizeof(double) * r->dimensions);
+    memcpy(r->values + static_cast<size_t>(r->count) * r->responses, response, sizeof(double) * r->responses);
     ++r->count;
     return 0;
 }
@@ -294,8 +302,9 @@ int ZU_respSurf(int handle, const double *position, double *response)
     /* Locals, so the compiler need not reload them after each store into
      * the caller's response array, which it must assume may alias. */
     const int32_t m = r->responses, count = r->count;
-    const double *const *positions = r->positions;
-    const double *const *values = r->values;
+    const double *positions = r->positions;
+    const double *values = r->values;
+    const int32_t n = r->dimensions;
     const bool square = r->nu == 2.0;
     const double alpha = r->alpha;
     for (int32_t j = 0; j < m; ++j)
@@ -314,9 +323,9 @@ int ZU_respSurf(int handle, const double *position, double *response)
         sum(r, position, square, &response[0], &total);
     } else {
         for (int32_t i = 0; i < count; ++i) {
-            const double w = square ? std::exp(-alpha * squares(r, position, positions[i]))
-                                    : weight(r, position, positions[i]);
-            const double *v = values[i];
+            const double *p = positions + static_cast<size_t>(i) * n;
+            const double w = square ? std::exp(-alpha * squares(r, position, p)) : weight(r, position, p);
+            const double *v = values + static_cast<size_t>(i) * m;
             for (int32_t j = 0; j < m; ++j)
                 response[j] += w * v[j];
             total += w;
