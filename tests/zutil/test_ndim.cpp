@@ -390,6 +390,23 @@ TEST_F(Ndim, HandlesAreCheckedAndReused)
     EXPECT_EQ(table(kExample), b + 1);
 }
 
+// Freeing all memory at shut-down takes the tables and surfaces with it, so
+// no handle is left naming a freed block.
+TEST_F(Ndim, ShutDownDropsEveryTableAndSurface)
+{
+    int h = table(kExample);
+    const double g = 1;
+    int s = -1;
+    ASSERT_EQ(ZU_respCreate(&s, 1, 1, &g, 1, 1), 0);
+    ZU_close();
+    ZU_init(0);
+    int dims = 0;
+    double d;
+    EXPECT_EQ(ZU_ndimGetDimensions(h, &dims), ZU_NDIM_FAILED);
+    EXPECT_EQ(ZU_respNorm(s, &g, &g, &d), ZU_RESP_BAD_HANDLE);
+    EXPECT_EQ(table(kExample), 0);
+}
+
 extern "C" int zu_ndiminterp_ref_(const int *, const float *, float *, int *);
 
 TEST_F(Ndim, ByReferenceFormsTakeFortranArguments)
