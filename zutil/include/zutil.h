@@ -469,6 +469,121 @@ ZU_API int ZU_patMatch(const char *text, const unsigned char *buffer);
 /* Compiles quietly and matches; 0 when the template doesn't compile. */
 ZU_API int ZU_patMatchText(const char *text, const char *template_);
 
+/* ======================================================================
+ * N-dimensional tables ("maps"): 32-bit float values on a rectilinear grid,
+ * read from a map file (docs/map-files.md) and interpolated multi-linearly.
+ * A table is named by a small integer handle. Create and delete hold the
+ * tables' lock; the other operations work on one table, which serves one
+ * thread at a time (it keeps working state of its last interpolation).
+ * Every failure is raised through ZU_Err under the operation's name.
+ * ====================================================================== */
+
+#define ZU_NDIM_CODES(X)                                                         \
+    X(1, ZU_NDIM_NOT_WRITTEN, "the table could not be written")                 \
+    X(201, ZU_NDIM_OUT_OF_RANGE, "a coordinate was out of range (warning)")     \
+    X(202, ZU_NDIM_MISSING_POINT, "a point needed for the value is missing")     \
+    X(300, ZU_NDIM_FAILED, "bad handle, argument or map file")
+
+#define ZU_CODE_ENUM_(code, name, text) name = code,
+enum { ZU_NDIM_CODES(ZU_CODE_ENUM_) ZU_NDIM_CODE_END_ };
+#undef ZU_CODE_ENUM_
+
+/* What a result code of the table operations means; "" for an unknown one. */
+ZU_API const char *ZU_ndimCodeText(int code);
+
+/* Checks the whole map file at `path`, then reads it. 0 with *handle set;
+ * or ZU_NDIM_FAILED with *handle set to a slot that holds no table (-1 when
+ * not even such a slot could be had), every fault of the file raised. */
+ZU_API int ZU_ndimCreate(int *handle, const char *path);
+/* Frees the table; its handle may be handed out again. */
+ZU_API int ZU_ndimDelete(int handle);
+ZU_API int ZU_ndimGetDimensions(int handle, int *count);
+/* First / last axis value of `dimension` (from 1); a dimension outside
+ * 1..count gives 0.0 and result 0. */
+ZU_API int ZU_ndimGetGridMin(int handle, int dimension, float *value);
+ZU_API int ZU_ndimGetGridMax(int handle, int dimension, float *value);
+/* Per dimension the lower grid index (from 0) of the cell of the last
+ * interpolation and its axis value; arrays of the table's dimension count. */
+ZU_API int ZU_ndimGetCurrentGridPoint(int handle, int *indices, float *axisValues);
+/* Multi-linear value at `coords` (one per dimension). 0; ZU_NDIM_OUT_OF_RANGE
+ * when this call warned of a coordinate outside an axis (the nearest axis
+ * value is used); ZU_NDIM_MISSING_POINT when a corner of the cell holds no
+ * value and the table has no default (then *value is left alone). A table
+ * warns five times in its life, then falls silent and returns 0. */
+ZU_API int ZU_ndimInterp(int handle, const float *coords, float *value);
+/* Inserts `value` into the axis of `dimension` (from 1) unless it lies
+ * within `tolerance` of an axis value (or equals one); stored values keep
+ * their coordinates. *added is 1 when inserted, else 0. */
+ZU_API int ZU_ndimAddGridPoint(int handle, int dimension, float value, float tolerance, int *added);
+/* Stores `value` at the grid point of `indices` (from 0), replacing any. */
+ZU_API int ZU_ndimSetValue(int handle, const int *indices, float value);
+/* Writes the table as a SPARSE map file (no default value). 0, or
+ * ZU_NDIM_NOT_WRITTEN (or ZU_NDIM_FAILED for a bad handle or pointer). */
+ZU_API int ZU_ndimWrite(int handle, const char *path);
+
+/* ======================================================================
+ * Response surfaces: kernel-weighted averages of scattered samples
+ * (64-bit floats). A sample at distance d (scaled per axis by gsize) weighs
+ * exp(-alpha d^nu). Create and delete hold the surfaces' lock; adding points
+ * and queries don't, so a surface being added to is not queried elsewhere.
+ * ====================================================================== */
+
+#define ZU_RESP_CODES(X)                                   \
+    X(1, ZU_RESP_BAD_ARGUMENT, "bad argument")             \
+    X(2, ZU_RESP_BAD_HANDLE, "handle is not valid")        \
+    X(3, ZU_RESP_NO_MEMORY, "out of memory")
+
+#define ZU_CODE_ENUM_(code, name, text) name = code,
+enum { ZU_RESP_CODES(ZU_CODE_ENUM_) ZU_RESP_CODE_END_ };
+#undef ZU_CODE_ENUM_
+
+/* What a result code of the surface operations means; "" when unknown. */
+ZU_API const char *ZU_respCodeText(int code);
+
+/* An empty surface for positions of `dimensions` and response vectors of
+ * `responses` values; gsize holds `dimensions` grid intervals (> 0), alpha
+ * and nu are > 0 (all finite). */
+ZU_API int ZU_respCreate(int *handle, int dimensions, int responses, const double *gsize, double alpha,
+                         double nu);
+ZU_API int ZU_respDelete(int handle);
+/* Copies a sample: `position` of dimensions values, `response` of
+ * responses values. On failure the surface is unchanged. */
+ZU_API int ZU_respAddPoint(int handle, const double *position, const double *response);
+/* The weighted mean of the samples' responses at `position` into `response`;
+ * all 0 when there are no samples or every weight underflows to 0. */
+ZU_API int ZU_respSurf(int handle, const double *position, double *response);
+/* Scaled distance of two positions, and their correlation exp(-alpha d^nu). */
+ZU_API int ZU_respNorm(int handle, const double *a, const double *b, double *distance);
+ZU_API int ZU_respCorr(int handle, const double *a, const double *b, double *correlation);
+
+/* ======================================================================
+ * By-reference forms of the table and surface operations, for Fortran.
+ * Every argument comes by address; the result is also stored in `rc`
+ * (before the hidden text lengths), and each path is a blank-padded field
+ * with its length last. Indices and dimensions count as in the forms above.
+ * Each has a gfortran alias: all lower case with a trailing underscore,
+ * e.g. zu_ndiminterp_ref_ for ZU_ndimInterp_ref.
+ * ====================================================================== */
+
+ZU_API int ZU_ndimCreate_ref(int *handle, const char *path, int *rc, size_t path_len);
+ZU_API int ZU_ndimDelete_ref(const int *handle, int *rc);
+ZU_API int ZU_ndimGetDimensions_ref(const int *handle, int *count, int *rc);
+ZU_API int ZU_ndimGetGridMin_ref(const int *handle, const int *dimension, float *value, int *rc);
+ZU_API int ZU_ndimGetGridMax_ref(const int *handle, const int *dimension, float *value, int *rc);
+ZU_API int ZU_ndimGetCurrentGridPoint_ref(const int *handle, int *indices, float *axisValues, int *rc);
+ZU_API int ZU_ndimInterp_ref(const int *handle, const float *coords, float *value, int *rc);
+ZU_API int ZU_ndimAddGridPoint_ref(const int *handle, const int *dimension, const float *value,
+                                   const float *tolerance, int *added, int *rc);
+ZU_API int ZU_ndimSetValue_ref(const int *handle, const int *indices, const float *value, int *rc);
+ZU_API int ZU_ndimWrite_ref(const int *handle, const char *path, int *rc, size_t path_len);
+ZU_API int ZU_respCreate_ref(int *handle, const int *dimensions, const int *responses, const double *gsize,
+                             const double *alpha, const double *nu, int *rc);
+ZU_API int ZU_respDelete_ref(const int *handle, int *rc);
+ZU_API int ZU_respAddPoint_ref(const int *handle, const double *position, const double *response, int *rc);
+ZU_API int ZU_respSurf_ref(const int *handle, const double *position, double *response, int *rc);
+ZU_API int ZU_respNorm_ref(const int *handle, const double *a, const double *b, double *distance, int *rc);
+ZU_API int ZU_respCorr_ref(const int *handle, const double *a, const double *b, double *correlation, int *rc);
+
 #ifdef __cplusplus
 }
 #endif

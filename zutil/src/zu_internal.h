@@ -45,6 +45,12 @@ void zu_errCleanup(void);
 /* Options: drops every pushed set and the working set (for ZU_close). */
 void zu_optReset(void);
 
+/* N-dimensional tables and response surfaces: drop every table or surface
+ * and empty the handle arrays (ZU_memFreeAll runs them before it frees all
+ * memory, so no handle is left pointing at a freed block). */
+void zu_ndimReset(void);
+void zu_respReset(void);
+
 /* Compiles a routine pattern quietly for the error operations; returns 1 and
  * fills `buffer` unless it is "*" (then `*all` is set) or doesn't compile. */
 int zu_patCompileQuiet(const char *pattern, unsigned char *buffer, int *all);

@@ -218,6 +218,8 @@ void ZU_memFreeAll(void)
         zu_unitTableFreer();
     zu_errCleanup();
     zu_optReset();
+    zu_ndimReset();
+    zu_respReset();
     std::lock_guard<std::mutex> guard(g_initMutex);
     if (!g_initialised.load(std::memory_order_relaxed))
         return;
