@@ -33,7 +33,10 @@ const char* const kExitCodes =
     "  1  a file, a variable or an output could not be read or written, a\n"
     "     check failed, or a lock could not be deleted; the library's\n"
     "     message precedes the tool's own on standard error\n"
-    "  2  the command line is wrong\n";
+    "  2  the command line is wrong (salvage: also an OUT that exists without\n"
+    "     --force, or that is IN itself)\n"
+    "  3  salvage: OUT was written, but some variables, units or descriptions\n"
+    "     were lost, or part of IN could not be read\n";
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
@@ -81,6 +84,15 @@ const std::vector<Command>& commands() {
          "process has ended), or none.\n"
          "  --delete  removes FILE.lock and FILE.lock.lock; a lock that still\n"
          "            counts is kept unless --force is given too\n"},
+        {"salvage", cmdSalvage, 2, 2, {{"--force", false}},
+         "usage: sdf salvage [--force] IN OUT\n\n"
+         "Copies every variable that can still be read from IN, a file the library\n"
+         "refuses (marked dirty by a writer that died, or damaged), into the new\n"
+         "file OUT, and reports each variable as recovered or lost with the reason.\n"
+         "The dirty flag is ignored; every table, slot, chain and length is checked\n"
+         "before it is used. Where two records claim the same name or blocks (a\n"
+         "commit cut short), the one written last is kept. IN is never changed.\n"
+         "  --force  replace OUT when it exists (never when OUT is IN)\n"},
     };
     return table;
 }
@@ -90,14 +102,16 @@ void usage(FILE* out) {
                  "usage: sdf COMMAND [OPTIONS] FILE [ARGS]\n"
                  "       sdf --help | sdf COMMAND --help\n\n"
                  "Looks into SDF files. Files are opened for reading only; only\n"
-                 "\"locks --delete\" changes anything on disk.\n\n"
+                 "\"locks --delete\" and the new file of \"salvage\" change anything on\n"
+                 "disk.\n\n"
                  "Commands:\n"
                  "  info    header, byte order, version and counts\n"
                  "  ls      names, types, dimensions, units (with a template)\n"
                  "  dump    values of some variables, or of all\n"
                  "  export  variables as JSON or CSV\n"
                  "  check   the library's open-time checks, plus a read of every value\n"
-                 "  locks   lock-file information, and deletion\n\n%s",
+                 "  locks   lock-file information, and deletion\n"
+                 "  salvage copy what can be read from a refused file into a new one\n\n%s",
                  kExitCodes);
 }
 
