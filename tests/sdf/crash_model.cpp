@@ -2,7 +2,16 @@
 // (see crash_model.h).
 #include "crash_model.h"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <fstream>
+
+#include "sdf_inner.h"
 
 namespace crashtest {
 
@@ -321,6 +330,115 @@ bool matches(const State& got, const State& want, const Relax* relax, std::strin
         }
     }
     return true;
+}
+
+// ------------------------------------------------------------ the writer
+
+namespace {
+
+int64_t g_killAt = 0;  // 0: never
+int64_t g_calls = 0;
+
+void beforeCall() {
+    if (++g_calls == g_killAt) kill(getpid(), SIGKILL);
+}
+int cOpen(const char* p, int f, mode_t m) { return beforeCall(), sdf_io_default.open(p, f, m); }
+int cClose(int fd) { return beforeCall(), sdf_io_default.close(fd); }
+ssize_t cRead(int fd, void* b, size_t n, off_t o) { return beforeCall(), sdf_io_default.pread(fd, b, n, o); }
+ssize_t cWrite(int fd, const void* b, size_t n, off_t o) { return beforeCall(), sdf_io_default.pwrite(fd, b, n, o); }
+// A killed process loses nothing the kernel already holds, so the system's
+// flush adds nothing to what is tested here but time: it is only counted.
+int cSync(int) { return beforeCall(), 0; }
+int cTruncate(int fd, off_t n) { return beforeCall(), sdf_io_default.ftruncate(fd, n); }
+int cUnlink(const char* p) { return beforeCall(), sdf_io_default.unlink(p); }
+int cStat(int fd, struct stat* st) { return beforeCall(), sdf_io_default.fstat(fd, st); }
+// The lock step's waits cost time and prove nothing here: one writer only.
+int noSleep(const struct timespec*, struct timespec*) { return 0; }
+
+}  // namespace
+
+std::string errorMessages() {
+    std::string all;
+    int index = -1;
+    while (ZU_ErrRec* r = ZU_errNext("*", &index)) {
+        all += std::string(all.empty() ? "" : " | ") + (r->message ? r->message : "");
+        if (index == 0) break;
+    }
+    for (char& c : all)
+        if (c == '\n') c = ' ';
+    return all;
+}
+
+namespace {
+
+void jot(int fd, const std::string& line) {
+    const std::string l = line + "\n";
+    if (write(fd, l.data(), l.size()) != static_cast<ssize_t>(l.size())) _exit(4);
+}
+
+[[noreturn]] void writer(const Script& sc, const std::string& file, const std::string& journal, const char* opts,
+                         int64_t killAt) {
+    alarm(60);
+    const int j = open(journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
+    if (j < 0) _exit(5);
+    sdf_io = sdf_io_ops{cOpen, cClose, cRead, cWrite, cSync, cTruncate, cUnlink, sdf_io_default.time,
+                        cStat, sdf_io_default.kill, sdf_io_default.clock_gettime, noSleep};
+    g_killAt = killAt;
+    g_calls = 0;
+    Sdf_Push(-1);  // the built-in defaults, whatever tests before set
+    Sdf_Set_Opts(opts);
+    ZU_errClear("*", 0);
+    int ch = -1;
+    if (Sdf_Open(&ch, file.c_str(), "BINARY", "NEW", "WRITE")) jot(j, "E 0 " + errorMessages()), _exit(3);
+    jot(j, "C");
+    for (size_t k = 1; k <= sc.ops.size(); k++) {
+        const Op& op = sc.ops[k - 1];
+        jot(j, "S " + std::to_string(k));
+        if (perform(op, &ch, file.c_str()) >= 3000)
+            jot(j, "E " + std::to_string(k) + " " + op.text_of() + ": " + errorMessages()), _exit(3);
+        if (op.kind == Kind::Flush || op.kind == Kind::Reopen) jot(j, "D " + std::to_string(k));
+    }
+    if (Sdf_Close(ch, "KEEP")) jot(j, "E close: " + errorMessages()), _exit(3);
+    jot(j, "T " + std::to_string(g_calls));
+    _exit(0);
+}
+
+}  // namespace
+
+Journal readJournal(const std::string& path) {
+    Journal j;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line == "C") j.created = true;
+        else if (line.rfind("S ", 0) == 0) j.started = std::stoi(line.substr(2));
+        else if (line.rfind("D ", 0) == 0) j.durable = std::stoi(line.substr(2));
+        else if (line.rfind("T ", 0) == 0) j.calls = std::stoll(line.substr(2));
+        else if (line.rfind("E ", 0) == 0) j.error = line.substr(2);
+    }
+    return j;
+}
+
+bool dirtyOnDisk(const std::vector<unsigned char>& b) {
+    if (b.size() < 20) return false;
+    const bool little = b[9] == 'L';
+    uint32_t g = 0;
+    for (int i = 0; i < 4; i++) g |= uint32_t{b[16 + (little ? i : 3 - i)]} << (8 * i);
+    return g != 0 && g != SDF_GUARD_CLEAN && (g < 256 || (g & ~0xFFu) == SDF_GUARD_CLEAN);
+}
+
+Journal runWriter(const Script& sc, const std::string& file, const char* opts, int64_t killAt, int64_t delayUs) {
+    for (const char* s : {"", ".lock", ".lock.lock", ".journal"}) unlink((file + s).c_str());
+    pid_t pid = fork();
+    if (pid == 0) writer(sc, file, file + ".journal", opts, killAt);
+    if (delayUs >= 0) {
+        struct timespec t{static_cast<time_t>(delayUs / 1000000), static_cast<long>(delayUs % 1000000) * 1000};
+        nanosleep(&t, nullptr);
+        kill(pid, SIGKILL);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return readJournal(file + ".journal");
 }
 
 }  // namespace crashtest

@@ -102,4 +102,32 @@ struct Relax {
 };
 bool matches(const State& got, const State& want, const Relax* relax, std::string* why);
 
+// ------------------------------------------------------------ the writer
+//
+// The writer runs the script in a child process on a new file and keeps a
+// journal beside it (file + ".journal") with plain write(2) calls: "C" once
+// the file exists, "S k" before step k, "D k" once step k (a flush or a
+// close) has returned, "E ..." with the library's messages when a step
+// failed, "T n" with its count of file calls at a clean end. It can be
+// killed with SIGKILL before its killAt-th call of the table of file calls.
+
+struct Journal {
+    bool created = false;
+    int started = 0;  // the step it was in (the last when it finished)
+    int durable = 0;  // the last flush or close that returned
+    int64_t calls = 0;
+    std::string error;
+};
+
+// Runs the writer with the process options `opts` (over the built-in
+// defaults) on `file`, removing what an earlier run left there first; killed
+// before file call killAt (0: never) or after delayUs microseconds (when not
+// negative). Returns its journal once it has ended.
+Journal runWriter(const Script& sc, const std::string& file, const char* opts, int64_t killAt, int64_t delayUs);
+Journal readJournal(const std::string& path);
+// Whether the guard word of a file's bytes carries the dirty flag.
+bool dirtyOnDisk(const std::vector<unsigned char>& bytes);
+// Every message in the error set, on one line.
+std::string errorMessages();
+
 }  // namespace crashtest

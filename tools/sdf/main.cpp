@@ -36,7 +36,8 @@ const char* const kExitCodes =
     "  2  the command line is wrong (salvage: also an OUT that exists without\n"
     "     --force, or that is IN itself)\n"
     "  3  salvage: OUT was written, but some variables, units or descriptions\n"
-    "     were lost, or part of IN could not be read\n";
+    "     were lost, part of IN could not be read, or IN was marked dirty (what\n"
+    "     its cut commit was writing may mix old and new versions)\n";
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {

@@ -5,9 +5,11 @@
 // Invariants: the input is only ever read (no lock file is made beside it);
 // the output is never an existing file unless --force says so, and never the
 // input itself, by whatever path it is named. Exit codes: 0 every record
-// recovered whole, 3 some records or texts lost, 1 nothing could be read or
-// the output could not be written, 2 the command line is wrong (this
-// includes an output that exists or is the input).
+// recovered whole from a file closed cleanly; 3 some records or texts lost,
+// part of the file unreadable, or the file marked dirty (what its cut commit
+// was writing may be mixed); 1 nothing could be read or the output could not
+// be written; 2 the command line is wrong (this includes an output that
+// exists or is the input).
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -80,6 +82,9 @@ int cmdSalvage(const Args& a) {
     std::printf("input:      %s: SDF %d.%d, %s-endian, names %s, %d-byte chunks, %s\n", printable(in).c_str(),
                 f.major, f.minor, f.little_endian ? "little" : "big",
                 f.case_insensitive ? "case-insensitive" : "case-sensitive", f.chunk_size, guardText(f.guard_state));
+    if (f.guard_state == 1)
+        std::printf("note:       a commit was cut short: variables changed since the last complete commit may\n"
+                    "            mix their old and new versions; all others are as last committed\n");
     char holder[257] = {};
     if (Sdf_Lockfile_Info(in.c_str(), holder) < 0)
         std::printf("note:       a writer still holds the file, so it may be changing: %s\n", printable(holder).c_str());
@@ -113,7 +118,7 @@ int cmdSalvage(const Args& a) {
     std::printf(", %d lost\n", lost);
     // A note means part of the file could not be read, so records may be
     // missing that the report can't even name.
-    const bool unread = sdf_salvage_note(s, 0) != nullptr;
+    const bool unread = sdf_salvage_note(s, 0) != nullptr || f.guard_state == 1;
     sdf_salvage_close(s);
     return lost || partial || unread ? kSalvageLosses : kOk;
 }
