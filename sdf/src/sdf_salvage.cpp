@@ -7,9 +7,10 @@
 //   allocation size before it was checked: block numbers against the table
 //   as far as it could be read, blocks against the size of the file, slots
 //   against the tiling of their block, chains against loops, products of
-//   extents against overflow. Slot blocks are read whole only up to
-//   kMaxSlotBlock bytes and kept only up to kSlotBudget bytes in all; array
-//   data are never held whole, only read on demand in the caller's pieces.
+//   extents against overflow. The block table is read up to kMaxTable
+//   bytes, slot blocks whole only up to kMaxSlotBlock bytes and kept only up
+//   to kSlotBudget bytes in all; array data are never held whole, only read
+//   on demand in the caller's pieces.
 // - The guard word is ignored; the header's other fields are checked like
 //   everything else. A file without a usable header or block table gives no
 //   variables rather than an error, with a note saying why.
@@ -36,6 +37,7 @@ namespace {
 
 constexpr int64_t kMaxSlotBlock = int64_t{64} << 20;  // bytes of one slot or varinf block
 constexpr int64_t kSlotBudget = int64_t{256} << 20;   // slot blocks kept in memory at once
+constexpr int64_t kMaxTable = int64_t{256} << 20;     // bytes of block-table entries
 constexpr int64_t kMaxCharElen = int64_t{16} << 20;   // element length of a character array
 constexpr int kMaxNotes = 50;
 
@@ -266,6 +268,11 @@ void sdf_salvage::load_table() {
             break;
         }
         const int64_t bytes = chunks * cs;
+        if ((static_cast<int64_t>(ents.size()) * SDF_ENTRY_BYTES + bytes) > kMaxTable) {
+            note("block table ends" + at_block(cur) + ": it would pass " + std::to_string(kMaxTable >> 20) +
+                 " MiB; later entries are unknown");
+            break;
+        }
         std::vector<sdf_blkent> buf(static_cast<size_t>(bytes / SDF_ENTRY_BYTES));
         if (!read(start * cs, buf.data(), bytes)) {
             note("block table ends" + at_block(cur) + ", which could not be read");
@@ -587,6 +594,22 @@ int sdf_salvage_read(sdf_salvage* s, int i, int64_t first, int64_t n, void* buf)
     const int width = sdf_swap_width(SDF_BASE_TYPE(c.v.type));
     if (s->swap && width > 1) sdf_swap_block(buf, -width, n * elen, nullptr, 0, 1);
     return 0;
+}
+
+int64_t sdf_salvage_stored(const sdf_salvage* s, int i, int64_t first) {
+    if (i < 0 || i >= static_cast<int>(s->vars.size())) return 0;
+    const Candidate& c = s->vars[i];
+    const int64_t elen = c.v.elen;
+    if (elen < 1) return 0;
+    const int64_t total = c.data_bytes / elen;
+    int64_t pos = std::max<int64_t>(first, 0) * elen;
+    for (size_t p = std::upper_bound(c.piece_end.begin(), c.piece_end.end(), pos) - c.piece_end.begin();
+         p < c.pieces.size(); p++) {
+        const int64_t piece_start = c.piece_end[p] - c.pieces[p].second;
+        const int64_t at = std::max(pos, piece_start);
+        if (c.pieces[p].first + (at - piece_start) < s->size) return std::min(total, at / elen);
+    }
+    return total;
 }
 
 void sdf_salvage_close(sdf_salvage* s) {

@@ -72,6 +72,10 @@ const sdf_salvage_var *sdf_salvage_get(const sdf_salvage *s, int i);
  * of the file read as zeros. 0; 4001 for a variable that is lost, not an
  * array, or a range outside it; 3080 when the read fails (reported). */
 int sdf_salvage_read(sdf_salvage *s, int i, int64_t first, int64_t n, void *buf);
+/* The first element at or after `first` of array variable i that has bytes
+ * inside the file; the element count when none has. Elements behind it read
+ * as zeros, so a copy can skip them without reading. */
+int64_t sdf_salvage_stored(const sdf_salvage *s, int i, int64_t first);
 /* Closes the file and frees everything; null is ignored. */
 void sdf_salvage_close(sdf_salvage *s);
 

@@ -5,7 +5,9 @@
 // Invariants: the output never takes the place of an existing file unless
 // the caller asked for it; a variable is in the output whole or not at all
 // (one whose data fail half way is deleted again); array data are copied in
-// pieces of at most kPiece bytes, so no variable is ever held whole. The
+// pieces of at most kPiece bytes, so no variable is ever held whole, and
+// stretches that lie behind the end of the input (zeros) are skipped
+// without reading, so a huge array that was never filled costs nothing. The
 // process's options are left as they were: the general ones the output needs
 // (byte order, name case) are set on a pushed level, the others on the
 // output's channel alone.
@@ -33,7 +35,7 @@ int copy_data(sdf_salvage* s, int i, const sdf_salvage_var* v, int ch) {
     for (int k = 1; k <= v->dims[0]; k++) total *= v->dims[k];
     const int64_t per = std::max<int64_t>(1, kPiece / v->elen);
     std::vector<unsigned char> buf;
-    for (int64_t first = 0; first < total; first += per) {
+    for (int64_t first = 0; (first = sdf_salvage_stored(s, i, first)) < total; first += per) {
         const int64_t n = std::min(per, total - first);
         const size_t bytes = static_cast<size_t>(n * v->elen);
         buf.resize(bytes);
