@@ -495,11 +495,12 @@ int sdf_salvage_open(const char* path, sdf_salvage** out) {
     *out = nullptr;
     auto s = std::make_unique<sdf_salvage>();
     s->path = path ? path : "";
-    s->fd = sdf_io.open(s->path.c_str(), O_RDONLY, 0);
+    // Without blocking, so that a FIFO by that name can't hold the open up.
+    s->fd = sdf_io.open(s->path.c_str(), O_RDONLY | O_NONBLOCK, 0);
     if (s->fd < 0) return sdf_error(R, 3040, s->path.c_str(), sdf_sys_error());
-    struct stat st;
-    if (sdf_io.fstat(s->fd, &st) != 0) {
-        int rc = sdf_error(R, 3040, s->path.c_str(), sdf_sys_error());
+    struct stat st {};
+    if (sdf_io.fstat(s->fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        int rc = sdf_error(R, 3040, s->path.c_str(), S_ISREG(st.st_mode) ? sdf_sys_error() : "not a regular file");
         sdf_salvage_close(s.release());
         return rc;
     }

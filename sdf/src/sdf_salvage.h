@@ -56,7 +56,7 @@ typedef struct sdf_salvage_var {
 } sdf_salvage_var;
 
 /* Opens `path` read-only and reads everything but array data. 0; 3040 the
- * file can't be opened or its size found; 3050 shorter than a header or not
+ * file can't be opened, isn't a regular file, or its size can't be had; 3050 shorter than a header or not
  * an SDF; 3053 an old SDF. These are reported with sdf_error; damage inside
  * the file is not an error here but a note or a lost record. *out is null
  * on failure. */

@@ -4,6 +4,7 @@
 // The input must never change, the output must always be a clean file, and a
 // recovered variable must be one the writer had written.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -306,6 +307,13 @@ TEST_F(SdfSalvage, ToolExitCodes) {
     t = tool("salvage " + path("missing.sdf") + " " + out);
     EXPECT_EQ(t.code, 1) << t.out;
     EXPECT_EQ(tool("salvage " + text).code, 2);
+    // A directory, or a FIFO that no one writes to, is refused at once.
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+    for (const std::string& odd : {dir_, path("fifo")}) {
+        t = tool("salvage " + odd + " " + out);
+        EXPECT_EQ(t.code, 1) << t.out;
+        EXPECT_NE(t.out.find("not a regular file"), std::string::npos) << t.out;
+    }
     t = tool("salvage --help");
     EXPECT_EQ(t.code, 0);
     EXPECT_NE(t.out.find("usage: sdf salvage [--force] IN OUT"), std::string::npos) << t.out;
