@@ -6,13 +6,8 @@
 // a close, or an array write (which commits the tables before its data land;
 // its data may then be cut off half way), no older than the writer's last
 // completed flush and no newer than the step it was in. Never a clean file
-// that differs.
-//
-// The writer keeps a journal beside the file with plain write(2) calls:
-// "C" once the file exists, "S k" before step k, "D k" once step k (a flush
-// or a close) has returned, "E ..." with the library's messages when a step
-// failed, "T n" with its count of file calls at a clean end. Seeds are fixed,
-// so a failure repeats.
+// that differs. The writer's journal (crash_model.h) tells the checker how
+// far it got. Seeds are fixed, so a failure repeats.
 #include <algorithm>
 #include <chrono>
 
