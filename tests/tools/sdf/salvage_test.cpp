@@ -184,6 +184,27 @@ TEST_F(SdfSalvage, CleanFileComesOutEqual) {
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(head.data()), 11), "%SDF_BIN:BI");
 }
 
+// A table the variables don't need (here the count of free block-table
+// entries) makes the library refuse the file; salvage gets all of it back.
+TEST_F(SdfSalvage, RecoversAllOfAFileRefusedForAWrongFreeCount) {
+    const Script sc = makeScript(35, 60);
+    const std::string file = path("f.sdf"), out = path("out.sdf");
+    ASSERT_GT(runWriter(sc, file, "", 0, -1).calls, 0);
+    auto b = bytesOf(file);
+    int32_t freeCount;  // header offset 76, in this machine's order
+    memcpy(&freeCount, &b[76], 4);
+    freeCount++;
+    memcpy(&b[76], &freeCount, 4);
+    writeFile(file, b);
+    int ch = -1;
+    ZU_errClear("*", 0);
+    EXPECT_EQ(Sdf_Open(&ch, file.c_str(), "BINARY", "OLD", "READ"), 3051);
+    EXPECT_NE(errorMessages().find("free entry count wrong"), std::string::npos) << errorMessages();
+    for (int32_t o : salvage(file, out)) EXPECT_EQ(o, SDF_SALVAGE_COPIED);
+    std::string why;
+    EXPECT_TRUE(matches(openState(out), sc.states.back(), nullptr, &why)) << why;
+}
+
 // Random damage: flipped bytes anywhere, or in the header and first table
 // block, and cuts. The reader must survive every variant, the input must
 // stay as it was, and the output must open cleanly and read whole.
