@@ -33,7 +33,11 @@ const char* const kExitCodes =
     "  1  a file, a variable or an output could not be read or written, a\n"
     "     check failed, or a lock could not be deleted; the library's\n"
     "     message precedes the tool's own on standard error\n"
-    "  2  the command line is wrong\n";
+    "  2  the command line is wrong (salvage: also an OUT that exists without\n"
+    "     --force, or that is IN itself)\n"
+    "  3  salvage: OUT was written, but some variables, units or descriptions\n"
+    "     were lost, part of IN could not be read, or IN was marked dirty (what\n"
+    "     its cut commit was writing may mix old and new versions)\n";
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
@@ -88,6 +92,15 @@ const std::vector<Command>& commands() {
          "two: the conversion from FROM to TO (value_TO = value_FROM * scale +\n"
          "offset). Units files named by ZU_UNITS_LOCAL and ZU_UNITS_FILE count;\n"
          "see docs/units-files.md. Examples: sdf units kg.m/s^2; sdf units degC degF\n"},
+        {"salvage", cmdSalvage, 2, 2, {{"--force", false}},
+         "usage: sdf salvage [--force] IN OUT\n\n"
+         "Copies every variable that can still be read from IN, a file the library\n"
+         "refuses (marked dirty by a writer that died, or damaged), into the new\n"
+         "file OUT, and reports each variable as recovered or lost with the reason.\n"
+         "The dirty flag is ignored; every table, slot, chain and length is checked\n"
+         "before it is used. Where two records claim the same name or blocks (a\n"
+         "commit cut short), the one written last is kept. IN is never changed.\n"
+         "  --force  replace OUT when it exists (never when OUT is IN)\n"},
     };
     return table;
 }
@@ -97,7 +110,8 @@ void usage(FILE* out) {
                  "usage: sdf COMMAND [OPTIONS] FILE [ARGS]\n"
                  "       sdf --help | sdf COMMAND --help\n\n"
                  "Looks into SDF files. Files are opened for reading only; only\n"
-                 "\"locks --delete\" changes anything on disk.\n\n"
+                 "\"locks --delete\" and the new file of \"salvage\" change anything on\n"
+                 "disk.\n\n"
                  "Commands:\n"
                  "  info    header, byte order, version and counts\n"
                  "  ls      names, types, dimensions, units (with a template)\n"
@@ -105,7 +119,8 @@ void usage(FILE* out) {
                  "  export  variables as JSON or CSV\n"
                  "  check   the library's open-time checks, plus a read of every value\n"
                  "  locks   lock-file information, and deletion\n"
-                 "  units   a unit expression in base units, or a unit conversion\n\n%s",
+                 "  units   a unit expression in base units, or a unit conversion\n"
+                 "  salvage copy what can be read from a refused file into a new one\n\n%s",
                  kExitCodes);
 }
 

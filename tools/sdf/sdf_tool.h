@@ -3,8 +3,10 @@
 // JSON writers, and the commands themselves.
 //
 // Invariants: the tool opens SDF files for reading only and closes every
-// channel it opens before a command returns; the one operation that changes
-// anything on disk is the deletion of lock files. Elements are always
+// channel it opens before a command returns; the operations that change
+// anything on disk are the deletion of lock files and the new file that
+// salvage writes (never over an existing file unless told, never over its
+// input). Elements are always
 // addressed in storage order (first index fastest).
 #pragma once
 
@@ -19,7 +21,7 @@
 namespace sdftool {
 
 // Exit codes of the program (also listed in the usage text).
-enum Exit { kOk = 0, kFailed = 1, kUsage = 2 };
+enum Exit { kOk = 0, kFailed = 1, kUsage = 2, kSalvageLosses = 3 };
 
 // ---------------------------------------------------------------- files
 
@@ -119,6 +121,7 @@ int cmdCheck(const Args& a);
 int cmdExport(const Args& a);
 int cmdLocks(const Args& a);
 int cmdUnits(const Args& a);
+int cmdSalvage(const Args& a);
 
 // "sdf: " and the text on standard error.
 void complain(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
