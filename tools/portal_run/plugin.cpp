@@ -8,6 +8,13 @@
 
 namespace portalrun {
 
+std::string pluginBesideProgram(const std::string& relative) {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (ec || self.empty()) return relative;
+    return (self.parent_path() / relative).lexically_normal().string();
+}
+
 Plugin::~Plugin() {
     if (handle_) ::dlclose(handle_);
 }
