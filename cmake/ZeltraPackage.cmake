@@ -71,7 +71,10 @@ if(CMAKE_Fortran_COMPILER)
   add_library(zeltra_sdf_fortran OBJECT ${ZELTRA_FORTRAN_MODULE_SOURCES})
   set_target_properties(zeltra_sdf_fortran PROPERTIES
     Fortran_MODULE_DIRECTORY ${PROJECT_BINARY_DIR}/fortran)
+  # The sources too: a .mod file is read only by the compiler version that
+  # wrote it, and another one can build these interface-only modules itself.
   install(FILES ${PROJECT_BINARY_DIR}/fortran/zeltra_sdf.mod ${PROJECT_BINARY_DIR}/fortran/zeltra_sdf_arrays.mod
+                ${ZELTRA_FORTRAN_MODULE_SOURCES}
           DESTINATION ${ZELTRA_INSTALL_INCLUDEDIR})
 else()
   message(STATUS "No Fortran compiler: the zeltra_sdf Fortran module is not built")
@@ -115,6 +118,7 @@ endfunction()
 cmake_path(ABSOLUTE_PATH ZELTRA_INSTALL_PKGCONFIGDIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}"
            OUTPUT_VARIABLE _zeltra_pcdir)
 file(RELATIVE_PATH _zeltra_pc_up "${_zeltra_pcdir}" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" _zeltra_pc_up "${_zeltra_pc_up}")
 set(ZELTRA_PC_PREFIX "\${pcfiledir}/${_zeltra_pc_up}")
 zeltra_pc_path(ZELTRA_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
 zeltra_pc_path(ZELTRA_PC_INCLUDEDIR "${ZELTRA_INSTALL_INCLUDEDIR}")

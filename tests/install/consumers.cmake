@@ -60,7 +60,17 @@ run("C++ program" ${WORK}/cxx/cxx_consumer ${WORK}/cxx.sdf)
 run("static C program" ${WORK}/cxx/c_static_consumer ${WORK}/static.sdf)
 
 # portal-run as installed: a study whose solver writes nothing, run with the
-# plug-in it finds beside itself.
+# plug-in it finds beside itself. With that plug-in gone it must fail naming
+# the installed place, not fall back on the one in the build tree.
 file(WRITE ${WORK}/study/empty.toml "[solver]\ncommand = \"true\"\n\n[[parameters]]\nname = \"x\"\nvalue = 1.0\n")
 run("installed portal-run" ${prefix}/bin/portal-run --quiet ${WORK}/study/empty.toml)
+set(plugin ${libdir}/zeltrasdf/libzeltrasdf.so)
+file(RENAME ${plugin} ${plugin}.away)
+execute_process(COMMAND ${prefix}/bin/portal-run --quiet --fresh ${WORK}/study/empty.toml
+                RESULT_VARIABLE rc ERROR_VARIABLE err OUTPUT_QUIET)
+file(RENAME ${plugin}.away ${plugin})
+string(FIND "${err}" "cannot load the plug-in ${plugin}" at)
+if(NOT rc EQUAL 4 OR at EQUAL -1)
+  message(FATAL_ERROR "installed portal-run without its plug-in gave ${rc}: ${err}")
+endif()
 message(STATUS "C, C++, static C and Fortran consumers and the installed portal-run all passed")
