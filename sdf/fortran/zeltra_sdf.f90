@@ -15,6 +15,8 @@
 !  - data buffers are type(*): any numeric or logical array (or array
 !    element) of the variable's type; character arrays go through the
 !    *carr*/*carray*/*cslice* forms, whose field length is the width;
+!  - arrays the library fills (fields, names, dimensions) are intent(inout):
+!    it writes as many elements as it has and leaves the rest as they were;
 !  - the forms that allocate hand back a type(c_ptr), released with
 !    sdf_free_ref.
 ! The array forms stand in zeltra_sdf_arrays (zeltra_sdf_arrays.f90), which
@@ -187,14 +189,14 @@ module zeltra_sdf
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            integer(c_int32_t), intent(out) :: dims(*)
+            integer(c_int32_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_get_dims_ref
         subroutine sdf_get_dims64_ref(ch, name, dims, rc)
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            integer(c_int64_t), intent(out) :: dims(*)
+            integer(c_int64_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_get_dims64_ref
         subroutine sdf_last_dim_ref(ch, name, extent, rc)
@@ -344,14 +346,14 @@ module zeltra_sdf
             import
             integer(c_int), intent(in) :: ch, nfields
             character(len=*), intent(in) :: templ
-            character(len=*), intent(out) :: names(*)
+            character(len=*), intent(inout) :: names(*)
             integer(c_int), intent(out) :: count, rc
         end subroutine sdf_list_ref
         subroutine sdf_tag_list_ref(ch, templ, tags, names, values, nfields, count, rc)
             import
             integer(c_int), intent(in) :: ch, nfields
             character(len=*), intent(in) :: templ, tags
-            character(len=*), intent(out) :: names(*), values(*)
+            character(len=*), intent(inout) :: names(*), values(*)
             integer(c_int), intent(out) :: count, rc
         end subroutine sdf_tag_list_ref
         subroutine sdf_list_alloc_ref(ch, templ, names, width, count, rc)

@@ -40,7 +40,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int32_t), intent(inout) :: start(*)
             integer(c_int32_t), intent(in) :: count
             integer(c_int32_t), intent(out) :: nread
@@ -94,7 +94,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int64_t), intent(inout) :: start(*)
             integer(c_int64_t), intent(in) :: count
             integer(c_int64_t), intent(out) :: nread
@@ -148,7 +148,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int32_t), intent(in) :: i, count
             integer(c_int32_t), intent(out) :: nread
             integer(c_int), intent(out) :: rc
@@ -197,7 +197,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int32_t), intent(in) :: i, j, count
             integer(c_int32_t), intent(out) :: nread
             integer(c_int), intent(out) :: rc
@@ -246,7 +246,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int32_t), intent(in) :: i, j, k, count
             integer(c_int32_t), intent(out) :: nread
             integer(c_int), intent(out) :: rc
@@ -295,7 +295,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int64_t), intent(in) :: i, count
             integer(c_int64_t), intent(out) :: nread
             integer(c_int), intent(out) :: rc
@@ -344,7 +344,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int64_t), intent(in) :: i, j, count
             integer(c_int64_t), intent(out) :: nread
             integer(c_int), intent(out) :: rc
@@ -393,7 +393,7 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int64_t), intent(in) :: i, j, k, count
             integer(c_int64_t), intent(out) :: nread
             integer(c_int), intent(out) :: rc
@@ -422,7 +422,8 @@ module zeltra_sdf_arrays
             character(len=*), intent(in) :: name
             type(*), intent(inout) :: data(*)
             integer(c_int32_t), intent(in) :: begin(*), end(*), step(*), tr_vec(*)
-            integer(c_int32_t), intent(out) :: count, dims(*)
+            integer(c_int32_t), intent(out) :: count
+            integer(c_int32_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_read_slice_ref
         subroutine sdf_write_slice_ref(ch, name, data, begin, end, step, tr_vec, count, rc)
@@ -439,9 +440,10 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int32_t), intent(in) :: begin(*), end(*), step(*), tr_vec(*)
-            integer(c_int32_t), intent(out) :: count, dims(*)
+            integer(c_int32_t), intent(out) :: count
+            integer(c_int32_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_read_cslice_ref
         subroutine sdf_write_cslice_ref(ch, name, fields, begin, end, step, tr_vec, count, rc)
@@ -459,7 +461,8 @@ module zeltra_sdf_arrays
             character(len=*), intent(in) :: name
             type(c_ptr), intent(out) :: data
             integer(c_int32_t), intent(in) :: begin(*), end(*), step(*), tr_vec(*)
-            integer(c_int32_t), intent(out) :: count, dims(*)
+            integer(c_int32_t), intent(out) :: count
+            integer(c_int32_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_read_aslice_ref
         subroutine sdf_read_slice64_ref(ch, name, data, begin, end, step, tr_vec, count, &
@@ -470,7 +473,8 @@ module zeltra_sdf_arrays
             type(*), intent(inout) :: data(*)
             integer(c_int64_t), intent(in) :: begin(*), end(*), step(*)
             integer(c_int32_t), intent(in) :: tr_vec(*)
-            integer(c_int64_t), intent(out) :: count, dims(*)
+            integer(c_int64_t), intent(out) :: count
+            integer(c_int64_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_read_slice64_ref
         subroutine sdf_write_slice64_ref(ch, name, data, begin, end, step, tr_vec, count, rc)
@@ -488,10 +492,11 @@ module zeltra_sdf_arrays
             import
             integer(c_int), intent(in) :: ch
             character(len=*), intent(in) :: name
-            character(len=*), intent(out) :: fields(*)
+            character(len=*), intent(inout) :: fields(*)
             integer(c_int64_t), intent(in) :: begin(*), end(*), step(*)
             integer(c_int32_t), intent(in) :: tr_vec(*)
-            integer(c_int64_t), intent(out) :: count, dims(*)
+            integer(c_int64_t), intent(out) :: count
+            integer(c_int64_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_read_cslice64_ref
         subroutine sdf_write_cslice64_ref(ch, name, fields, begin, end, step, tr_vec, count, rc)
@@ -511,7 +516,8 @@ module zeltra_sdf_arrays
             type(c_ptr), intent(out) :: data
             integer(c_int64_t), intent(in) :: begin(*), end(*), step(*)
             integer(c_int32_t), intent(in) :: tr_vec(*)
-            integer(c_int64_t), intent(out) :: count, dims(*)
+            integer(c_int64_t), intent(out) :: count
+            integer(c_int64_t), intent(inout) :: dims(*)
             integer(c_int), intent(out) :: rc
         end subroutine sdf_read_aslice64_ref
     end interface

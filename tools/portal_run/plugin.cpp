@@ -1,5 +1,7 @@
-// Loading the plug-in. The factory is looked up by its plain exported name;
-// a library without it is refused at once rather than at the first design.
+// Finding and loading the plug-in. The default one lies at a fixed relative
+// path from the running program, so a moved or installed tree still finds
+// its own. The factory is looked up by its plain exported name; a library
+// without it is refused at once rather than at the first design.
 #include "plugin.h"
 
 #include <dlfcn.h>
