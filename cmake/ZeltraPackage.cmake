@@ -10,9 +10,10 @@
 # tests link; the package libraries are built from their very objects.
 include(CMakePackageConfigHelpers)
 
-# The libraries that make up the package, in the order a static link wants
-# them (users first). Each is a folder with an include/ of public headers and
-# a target of the same name. A new library is one more name here.
+# The libraries that make up the package. Each is a folder with an include/
+# of public headers and a target of the same name; its objects go into both
+# package libraries and its headers are installed. A new library is one more
+# name here (its public names must match cmake/zeltra-sdf.map).
 set(ZELTRA_PACKAGE_PARTS sdf zutil)
 
 set(ZELTRA_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/zeltrasdf")
