@@ -277,7 +277,7 @@ TEST_F(SdfProcesses, AWriterKilledMidWay) {
             if (Sdf_Open(&c, file_.c_str(), "BINARY", "OLD", "WRITE") != 0) return 1;
             started.send();
             for (int i = 0;; i++) {
-                putVar(c, "v" + std::to_string(i % 500), i);
+                putVar(c, std::string("v").append(std::to_string(i % 500)), i);
                 putVar(c, "n", i);
                 if (Sdf_Write(c) != 0) return 2;
             }

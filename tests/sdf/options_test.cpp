@@ -361,7 +361,7 @@ TEST_F(SdfOptions, StackGrowsPastItsFirstLevels)
     EXPECT_GE(f.stack.capacity, 71);
     for (int i = 69; i >= 1; --i) {
         sdf_pop(&f);
-        ASSERT_EQ(get_chan(&f, "Prefix"), "p" + std::to_string(i));
+        ASSERT_EQ(get_chan(&f, "Prefix"), std::string("p").append(std::to_string(i)));
     }
     sdf_free_chan_opts(&f);
 }

@@ -323,7 +323,7 @@ TEST_F(SdfVars, EachRecordCheckAtOpenRefusesACraftedFile) {
 
 TEST_F(SdfVars, ArbitraryBytesInTheTablesNeverCrashTheOpen) {
     create();
-    for (int k = 0; k < 20; k++) insert("n" + std::to_string(k));
+    for (int k = 0; k < 20; k++) insert(std::string("n").append(std::to_string(k)));
     ASSERT_EQ(sdf_close_file(f_, 1), 0);
     f_ = nullptr;
     const auto good = sdftest::readBytes(file());

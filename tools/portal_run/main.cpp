@@ -20,8 +20,10 @@
 #include "study.h"
 #include "study_run.h"
 
-#ifndef ZELTRA_DEFAULT_PLUGIN
-#define ZELTRA_DEFAULT_PLUGIN "libzeltrasdf.so"
+// Where the plug-in lies relative to portal-run's own folder: the same in the
+// build tree and in an installed tree, so no build path is compiled in.
+#ifndef ZELTRA_PLUGIN_FROM_BIN
+#define ZELTRA_PLUGIN_FROM_BIN "../lib/zeltrasdf/libzeltrasdf.so"
 #endif
 
 namespace {
@@ -43,8 +45,9 @@ const char* const kUsage =
     "options:\n"
     "  -j, --jobs N      run N designs at a time (default 1), each in a process\n"
     "                    of its own with its own portal\n"
-    "  --plugin PATH     the portal plug-in to load (default: the one built\n"
-    "                    with portal-run: " ZELTRA_DEFAULT_PLUGIN ")\n"
+    "  --plugin PATH     the portal plug-in to load (default: the one that\n"
+    "                    comes with portal-run, " ZELTRA_PLUGIN_FROM_BIN "\n"
+    "                    from the folder portal-run lies in)\n"
     "  --runs DIR        folder for the run folders and results, instead of the\n"
     "                    study's [study] runs (default \"runs\" beside the study)\n"
     "  --verbose         the host setting verbose = true: the portal logs its steps\n"
@@ -100,7 +103,7 @@ const char* const kUsage =
 
 struct Options {
     std::string study;
-    std::string plugin = ZELTRA_DEFAULT_PLUGIN;
+    std::string plugin;  // empty: the one beside portal-run
     std::string runs;
     std::map<std::string, std::string> settings;
     RunOptions run;
@@ -213,6 +216,7 @@ int main(int argc, char** argv) {
         keepFromSolvers(kNoReadLockVar);
     }
 
+    if (o.plugin.empty()) o.plugin = pluginBesideProgram(ZELTRA_PLUGIN_FROM_BIN);
     Plugin plugin;
     std::string error;
     if (!plugin.open(o.plugin, error)) {

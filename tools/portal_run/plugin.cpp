@@ -1,5 +1,7 @@
-// Loading the plug-in. The factory is looked up by its plain exported name;
-// a library without it is refused at once rather than at the first design.
+// Finding and loading the plug-in. The default one lies at a fixed relative
+// path from the running program, so a moved or installed tree still finds
+// its own. The factory is looked up by its plain exported name; a library
+// without it is refused at once rather than at the first design.
 #include "plugin.h"
 
 #include <dlfcn.h>
@@ -7,6 +9,13 @@
 #include <filesystem>
 
 namespace portalrun {
+
+std::string pluginBesideProgram(const std::string& relative) {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (ec || self.empty()) return relative;
+    return (self.parent_path() / relative).lexically_normal().string();
+}
 
 Plugin::~Plugin() {
     if (handle_) ::dlclose(handle_);

@@ -9,6 +9,11 @@
 
 namespace portalrun {
 
+// The path `relative` taken from the folder of the running program, or
+// `relative` as it stands when that folder can't be found (the load then
+// fails with the path in its message).
+std::string pluginBesideProgram(const std::string& relative);
+
 class Plugin {
 public:
     Plugin() = default;

@@ -102,10 +102,12 @@ void dumpValues(const VarInfo& v, const Values& vals) {
     const size_t cols = static_cast<size_t>(v.dims[1]);
     for (size_t k = 0; k < n; k++) {
         if ((k / rows) % cols != 0) continue;
-        std::string label = indexText(v.dims, k, ",");
-        size_t comma = label.find(',');
-        size_t next = label.find(',', comma + 1);
-        label.replace(comma + 1, next == std::string::npos ? std::string::npos : next - comma - 1, "*");
+        const std::string index = indexText(v.dims, k, ",");
+        const std::string_view all(index);
+        const size_t comma = all.find(',');
+        const size_t next = all.find(',', comma + 1);
+        const std::string label =
+            concat({all.substr(0, comma + 1), "*", next == std::string_view::npos ? "" : all.substr(next)});
         std::printf("  [%s]", label.c_str());
         for (size_t c = 0; c < cols; c++) std::printf(" %s", elementText(vals.at(k + c * rows)).c_str());
         std::printf("\n");
@@ -192,7 +194,7 @@ int cmdLs(const Args& a) {
             continue;
         }
         std::string tn = typeName(v.base);
-        if (v.base == SDF_CHAR_T && v.array) tn += "*" + std::to_string(v.elen);
+        if (v.base == SDF_CHAR_T && v.array) tn += concat({"*", std::to_string(v.elen)});
         rows.push_back({v.name, tn, shapeText(v), printable(v.units),
                         a.has("--tags") ? tags[i] : printable(v.desc)});
     }
@@ -223,12 +225,12 @@ int cmdDump(const Args& a) {
             continue;
         }
         std::string head = v.name + ": " + typeText(v);
-        if (!v.units.empty()) head += " [" + printable(v.units) + "]";
+        if (!v.units.empty()) head += concat({" [", printable(v.units), "]"});
         if (!v.desc.empty()) {
             Element d;
             d.kind = Element::Text;
             d.text = v.desc;
-            head += " " + elementText(d);
+            head += concat({" ", elementText(d)});
         }
         std::printf("%s\n", head.c_str());
         dumpValues(v, vals);

@@ -35,7 +35,7 @@ void appendCsv(const VarInfo& v, const Values& vals, std::string& out) {
     for (size_t k = 0; k < vals.size(); k++) {
         out += lead;
         if (v.array) out += indexText(v.dims, k, ";");
-        out += "," + csvValue(vals.at(k)) + "\n";
+        out += concat({",", csvValue(vals.at(k)), "\n"});
     }
 }
 

@@ -35,6 +35,15 @@ const char* typeName(int base) {
     }
 }
 
+std::string concat(std::initializer_list<std::string_view> parts) {
+    size_t n = 0;
+    for (std::string_view p : parts) n += p.size();
+    std::string s;
+    s.reserve(n);
+    for (std::string_view p : parts) s += p;
+    return s;
+}
+
 std::string shapeText(const VarInfo& v) {
     if (!v.array) return "scalar";
     if (v.dims.empty()) return "none";
@@ -48,8 +57,8 @@ std::string shapeText(const VarInfo& v) {
 
 std::string typeText(const VarInfo& v) {
     std::string s = typeName(v.base);
-    if (v.base == SDF_CHAR_T && v.array) s += "*" + std::to_string(v.elen);
-    if (v.array) s += "[" + shapeText(v) + "]";
+    if (v.base == SDF_CHAR_T && v.array) s += concat({"*", std::to_string(v.elen)});
+    if (v.array) s += concat({"[", shapeText(v), "]"});
     return s;
 }
 
@@ -89,7 +98,7 @@ std::string elementText(const Element& e) {
         case Element::Logical: return e.i ? "true" : "false";
         case Element::Real: return numberText(e.re, e.single);
         case Element::Complex:
-            return "(" + numberText(e.re, e.single) + ", " + numberText(e.im, e.single) + ")";
+            return concat({"(", numberText(e.re, e.single), ", ", numberText(e.im, e.single), ")"});
         case Element::Text: {
             std::string q = "\"";
             for (char c : printable(e.text)) {

@@ -102,7 +102,7 @@ std::string jsonValue(const Element& e) {
         case Element::Logical: return e.i ? "true" : "false";
         case Element::Real: return jsonNumber(e.re, e.single);
         case Element::Complex:
-            return "[" + jsonNumber(e.re, e.single) + ", " + jsonNumber(e.im, e.single) + "]";
+            return concat({"[", jsonNumber(e.re, e.single), ", ", jsonNumber(e.im, e.single), "]"});
         case Element::Text: return jsonString(e.text);
     }
     return "null";
