@@ -14,7 +14,7 @@ include(CMakePackageConfigHelpers)
 # of public headers and a target of the same name; its objects go into both
 # package libraries and its headers are installed. A new library is one more
 # name here (its public names must match cmake/zeltra-sdf.map).
-set(ZELTRA_PACKAGE_PARTS sdf zutil)
+set(ZELTRA_PACKAGE_PARTS sdf calc zutil)
 
 set(ZELTRA_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/zeltrasdf")
 set(ZELTRA_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/ZeltraSDF")
