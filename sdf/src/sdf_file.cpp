@@ -111,7 +111,7 @@ void new_header(fcb* f, int sex, int case_insensitive) {
     s->writer = f;
 }
 
-// Reads up to n bytes at offset 0; the count read, or -1.
+// Reads up to n bytes at offset 0; the count read, or -1 with errno set.
 ssize_t read_start(int fd, void* buf, size_t n) {
     size_t done = 0;
     while (done < n) {
@@ -215,7 +215,13 @@ int sdf_load_file_refusal(const char* path, int writable, fcb** out, int* refusa
     f->ios->fd = fd;
     char magic[16];
     int rc = 0;
-    if (read_start(fd, magic, sizeof magic) != static_cast<ssize_t>(sizeof magic))
+    const ssize_t got = read_start(fd, magic, sizeof magic);
+    // A failing read says nothing about what the file is: it is reported as
+    // the read error it is, like the same failure on any later block.
+    if (got < 0)
+        rc = sdf_error(R, 3080, 0, f->number, s->name,
+                       ("FREAD nobj = " + std::to_string(sizeof magic) + "\n" + sdf_sys_error()).c_str());
+    else if (got != static_cast<ssize_t>(sizeof magic))
         rc = sdf_error(R, 3050, path);
     else if (memcmp(magic, "%BIN", 4) == 0 || memcmp(magic, "%ASC", 4) == 0)
         rc = sdf_error(R, 3053, path);
