@@ -748,6 +748,24 @@ ventry *sdf_value_row(fcb *f, const char *routine, const char *name, int *rc);
 int sdf_units_put(fcb *f, ventry *row, const char *text);
 int sdf_desc_put(fcb *f, ventry *row, const char *text);
 
+/* The units and description of a replacement, made before the variable
+ * changes so that a failure leaves it as it was. sdf_texts_stage compares
+ * each text with the field of `old` (null for a new variable) by the rules
+ * of sdf_units_put and makes a new slot for each that changes; with
+ * with_units 0 the units are left alone. 0, or 3000 passed up with nothing
+ * changed and nothing held. sdf_texts_install then puts the staged fields
+ * into row (stamping when any changed) and frees the slots they replace:
+ * the variable is replaced either way, and 3000 passed up only tells that an
+ * old slot could not be freed. sdf_texts_drop frees what was staged. */
+typedef struct sdf_texts {
+    sdf_slotref slot[2]; /* units, description: the new slot (block 0: none) */
+    int32_t set[2];      /* 1 when the field takes slot[k] */
+} sdf_texts;
+int sdf_texts_stage(fcb *f, const ventry *old, const char *units, const char *desc, int with_units,
+                    sdf_texts *t);
+int sdf_texts_install(fcb *f, ventry *row, sdf_texts *t);
+void sdf_texts_drop(fcb *f, sdf_texts *t);
+
 /* The commit that option Write "Always" asks for after a change: runs
  * sdf_write_modified_blocks on a file that isn't internal; 0 otherwise, or
  * 3000 passed up naming routine. */
