@@ -603,6 +603,12 @@ int sdf_lock_open(const char *path, int is_new, int write_intent, sdf_lockinfo *
  * 3046, 4001. */
 int sdf_lock_reconcile(sdfile *s, sdf_lockinfo *info, int write_intent, int wrote,
                        const char *path);
+/* The path of a file whose lock this process wrote in an open that hasn't
+ * given it a channel yet (null when none): an allocation failure that ends
+ * the process in between still removes that lock. sdf_lock_pending sets it,
+ * null clears it. */
+void sdf_lock_pending(const char *path);
+const char *sdf_lock_pending_path(void);
 /* Deletes P".lock.lock"; 2002 on failure (one already gone is no failure). */
 int sdf_lock_release_second(const char *path);
 /* Removes a lock file this open wrote, after a failed open (takes and
