@@ -111,6 +111,16 @@ void new_header(fcb* f, int sex, int case_insensitive) {
     s->writer = f;
 }
 
+// The record a load is building, until the load hands it over or drops it:
+// the exit after an allocation failure releases its locks too.
+fcb* g_in_making = nullptr;
+struct InMaking {
+    explicit InMaking(fcb* f) { g_in_making = f; }
+    ~InMaking() { g_in_making = nullptr; }
+    InMaking(const InMaking&) = delete;
+    InMaking& operator=(const InMaking&) = delete;
+};
+
 // Reads up to n bytes at offset 0; the count read, or -1 with errno set.
 ssize_t read_start(int fd, void* buf, size_t n) {
     size_t done = 0;
@@ -199,12 +209,15 @@ int sdf_create_internal(const char* name, int case_insensitive, fcb** out) {
 
 int sdf_load_file(const char* path, int writable, fcb** out) { return sdf_load_file_refusal(path, writable, out, nullptr); }
 
+fcb* sdf_file_in_making(void) { return g_in_making; }
+
 int sdf_load_file_refusal(const char* path, int writable, fcb** out, int* refusal) {
     static const char* R = "sdf_load_file";
     *out = nullptr;
     if (refusal) *refusal = 0;
     fcb* f = new_fcb(path, R);
     if (!f) return sdf_error(R, 3025, "sdf_load_file:fcb");
+    InMaking making(f);
     sdfile* s = f->file;
     int fd = sdf_io.open(path, writable ? O_RDWR : O_RDONLY, 0);
     if (fd < 0) {

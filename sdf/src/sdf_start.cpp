@@ -72,6 +72,52 @@ void forget_inherited() {
     sdf_global_unlock();
 }
 
+}  // namespace
+
+// The record of a file a load is building (sdf_file.cpp), or null.
+extern "C" fcb* sdf_file_in_making(void);
+
+namespace {
+
+void release_locks(fcb* f, bool file_seen, bool ios_seen) {
+    if (f->ios && !ios_seen) {
+        if (f->ios->fd >= 0) sdf_io.close(f->ios->fd);
+        f->ios->fd = -1;
+        ZU_lockDestroy(f->ios->mutex);
+        f->ios->mutex = nullptr;
+    }
+    if (sdfile* s = f->file; s && !file_seen) {
+        ZU_rwDestroy(s->rwlock);
+        ZU_lockDestroy(s->slot_mutex);
+        ZU_lockDestroy(s->cache_mutex);
+        s->rwlock = nullptr;
+        s->slot_mutex = s->cache_mutex = nullptr;
+        sdf_free_vars(s->vars);  // its index of free records is no tracked block
+        s->vars = nullptr;
+    }
+}
+
+// The locks, handles and variable indexes of the open files aren't the
+// allocator's, so its free-all leaves them: they go here, since nothing runs
+// on the files after an allocation failure.
+void release_untracked() {
+    const int n = sdf_chan_capacity();
+    for (int c = 0; c < n; c++) {
+        fcb* f = sdf_chan_get(c);
+        if (!f) continue;
+        bool file_seen = false, ios_seen = false;
+        for (int d = 0; d < c; d++) {
+            const fcb* g = sdf_chan_get(d);
+            if (!g) continue;
+            file_seen = file_seen || g->file == f->file;
+            ios_seen = ios_seen || (f->ios && g->ios == f->ios);
+        }
+        release_locks(f, file_seen, ios_seen);
+    }
+    if (fcb* f = sdf_file_in_making()) release_locks(f, false, false);
+    sdf_threads_shutdown();
+}
+
 // Run by the allocator when a failed allocation ends the process, before it
 // frees every tracked block. The lock files of this process's files go, or
 // they would keep writers out until judged stale; no file is committed: the
@@ -92,6 +138,7 @@ void allocation_failed() {
     } catch (...) {
         // Out of memory for the paths as well: the process ends all the same.
     }
+    release_untracked();
 }
 
 void exit_handler() {
