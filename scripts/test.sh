@@ -19,5 +19,5 @@ jobs="$(nproc 2>/dev/null || echo 2)"
 # The open path of the SDF library under libFuzzer, from a fixed seed.
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DZELTRA_FUZZ=ON -DZELTRA_TESTS=OFF -DZELTRA_BENCH=OFF -DZELTRA_WERROR=ON >/dev/null
-cmake --build build-fuzz -j "$jobs" --target sdf_open_fuzz
+cmake --build build-fuzz -j "$jobs" --target sdf_open_fuzz sdf_rw_fuzz
 (cd build-fuzz && ctest --output-on-failure)

@@ -8,6 +8,10 @@
 //   counts its entries that are not on that list.
 // - The unused chain ascends by start chunk, and no two of its runs touch.
 // - Blks.modified counts the rows whose modified flag is set.
+// - Whenever a field of an entry changes (a link, a used count), the blkinf
+//   block that holds the entry is marked modified: set_next and set_prev do
+//   both, so a neighbour in another blkinf block can't keep a stale link on
+//   disk.
 // All walks are bounded by the number of entries, so a damaged table can make
 // the library refuse or misplace data, but never loop or index out of range.
 #include <string.h>
@@ -24,18 +28,30 @@ bool valid(const sdfile* s, int b) { return b > 0 && b < s->blks->count && s->bl
 
 sdf_blkent* ent(sdfile* s, int b) { return s->blks->rows[b].entry; }
 
+void mark_owner(sdfile* s, int b) {
+    if (b > 0 && b < s->blks->count) sdf_mark(s, s->blks->rows[b].owner);
+}
+
 // Keeps an owner's count of entries in use; a row whose owner is still being
-// made (0) has none yet.
+// made (0) has none yet. The count stands in the owner's own entry, which
+// may lie in another blkinf block than the entries it counts.
 void owner_used(sdfile* s, int b, int delta) {
     int owner = s->blks->rows[b].owner;
     if (valid(s, owner)) {
         ent(s, owner)->used += delta;
         sdf_mark(s, owner);
+        mark_owner(s, owner);
     }
 }
 
-void mark_owner(sdfile* s, int b) {
-    if (b > 0 && b < s->blks->count) sdf_mark(s, s->blks->rows[b].owner);
+void set_next(sdfile* s, int b, int next) {
+    ent(s, b)->next = next;
+    mark_owner(s, b);
+}
+
+void set_prev(sdfile* s, int b, int prev) {
+    ent(s, b)->prev = prev;
+    mark_owner(s, b);
 }
 
 void unmark(sdfile* s, int b) {
@@ -59,12 +75,13 @@ void unlink_free(sdfile* s, int n) {
     sdf_chain_desc& bi = chain(s, SDF_CH_BLKINF);
     sdf_blkent* e = ent(s, n);
     if (valid(s, e->prev))
-        ent(s, e->prev)->next = e->next;
+        set_next(s, e->prev, e->next);
     else
         bi.free_a = e->next;
-    if (valid(s, e->next)) ent(s, e->next)->prev = e->prev;
+    if (valid(s, e->next)) set_prev(s, e->next, e->prev);
     bi.free_count--;
-    e->next = e->prev = 0;
+    set_next(s, n, 0);
+    set_prev(s, n, 0);
 }
 
 // Drops blkinf blocks off the end of the chain while they hold no entry in
@@ -89,10 +106,7 @@ void shrink_table(sdfile* s) {
         }
         k->count = first;
         int p = e->prev;
-        if (valid(s, p)) {
-            ent(s, p)->next = 0;
-            mark_owner(s, p);
-        }
+        if (valid(s, p)) set_next(s, p, 0);
         bi.tail = p;
         bi.chunks -= e->chunks;
         drop_data(s, t);
@@ -109,17 +123,14 @@ void link_unused(sdfile* s, int b, int* before, int* after) {
         p = q;
         q = valid(s, ent(s, q)->next) ? ent(s, q)->next : 0;
     }
-    e->prev = p;
-    e->next = q;
-    if (p) {
-        ent(s, p)->next = b;
-        mark_owner(s, p);
-    } else {
+    set_prev(s, b, p);
+    set_next(s, b, q);
+    if (p)
+        set_next(s, p, b);
+    else
         un.head = b;
-    }
     if (q) {
-        ent(s, q)->prev = b;
-        mark_owner(s, q);
+        set_prev(s, q, b);
     } else {
         un.tail = b;
     }
@@ -130,19 +141,16 @@ void link_unused(sdfile* s, int b, int* before, int* after) {
 void unlink_unused(sdfile* s, int b) {
     sdf_chain_desc& un = chain(s, SDF_CH_UNUSED);
     sdf_blkent* e = ent(s, b);
-    if (valid(s, e->prev)) {
-        ent(s, e->prev)->next = e->next;
-        mark_owner(s, e->prev);
-    } else {
+    if (valid(s, e->prev))
+        set_next(s, e->prev, e->next);
+    else
         un.head = e->next;
-    }
-    if (valid(s, e->next)) {
-        ent(s, e->next)->prev = e->prev;
-        mark_owner(s, e->next);
-    } else {
+    if (valid(s, e->next))
+        set_prev(s, e->next, e->prev);
+    else
         un.tail = e->prev;
-    }
-    e->next = e->prev = 0;
+    set_next(s, b, 0);
+    set_prev(s, b, 0);
     un.chunks -= e->chunks;
 }
 
@@ -231,7 +239,7 @@ void sdf_free_entry(sdfile* s, int block, int shrink) {
     sdf_blkent* e = ent(s, block);
     memset(e, 0, sizeof *e);
     e->next = valid(s, bi.free_a) ? bi.free_a : 0;
-    if (e->next) ent(s, e->next)->prev = block;
+    if (e->next) set_prev(s, e->next, block);
     bi.free_a = block;
     bi.free_count++;
     unmark(s, block);
@@ -294,9 +302,8 @@ int sdf_extend_blkinf_chain(sdfile* s, int entries) {
     int last = valid(s, bi.free_a) ? bi.free_a : 0;
     for (int steps = 0; last && valid(s, ent(s, last)->next) && steps < first; steps++) last = ent(s, last)->next;
     if (last) {
-        ent(s, last)->next = first;
-        ents[0].prev = last;
-        mark_owner(s, last);
+        set_next(s, last, first);
+        ents[0].prev = last;  // the new block is marked once it has its chunks
     } else {
         bi.free_a = first;
     }
@@ -314,10 +321,7 @@ int sdf_extend_blkinf_chain(sdfile* s, int entries) {
     e->used = static_cast<int32_t>(n - still_free);
     e->prev = bi.tail;
     e->next = 0;
-    if (valid(s, bi.tail)) {
-        ent(s, bi.tail)->next = b;
-        mark_owner(s, bi.tail);
-    }
+    if (valid(s, bi.tail)) set_next(s, bi.tail, b);
     bi.tail = b;
     bi.chunks += static_cast<int32_t>(chunks);
     k->rows[b].data = ents;
@@ -397,9 +401,9 @@ int sdf_free_block(sdfile* s, int block) {
     if (p && ent(s, p)->start + ent(s, p)->chunks == e->start) {
         sdf_blkent* pe = ent(s, p);
         pe->chunks += e->chunks;
-        pe->next = q;
+        set_next(s, p, q);
         if (q)
-            ent(s, q)->prev = p;
+            set_prev(s, q, p);
         else
             un.tail = p;
         sdf_free_entry(s, block, 0);
@@ -409,9 +413,9 @@ int sdf_free_block(sdfile* s, int block) {
     q = c->next;
     if (valid(s, q) && c->start + c->chunks == ent(s, q)->start) {
         c->chunks += ent(s, q)->chunks;
-        c->next = ent(s, q)->next;
+        set_next(s, cur, ent(s, q)->next);
         if (valid(s, c->next))
-            ent(s, c->next)->prev = cur;
+            set_prev(s, c->next, cur);
         else
             un.tail = cur;
         sdf_free_entry(s, q, 0);

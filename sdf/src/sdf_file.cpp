@@ -111,7 +111,17 @@ void new_header(fcb* f, int sex, int case_insensitive) {
     s->writer = f;
 }
 
-// Reads up to n bytes at offset 0; the count read, or -1.
+// The record a load is building, until the load hands it over or drops it:
+// the exit after an allocation failure releases its locks too.
+fcb* g_in_making = nullptr;
+struct InMaking {
+    explicit InMaking(fcb* f) { g_in_making = f; }
+    ~InMaking() { g_in_making = nullptr; }
+    InMaking(const InMaking&) = delete;
+    InMaking& operator=(const InMaking&) = delete;
+};
+
+// Reads up to n bytes at offset 0; the count read, or -1 with errno set.
 ssize_t read_start(int fd, void* buf, size_t n) {
     size_t done = 0;
     while (done < n) {
@@ -199,12 +209,15 @@ int sdf_create_internal(const char* name, int case_insensitive, fcb** out) {
 
 int sdf_load_file(const char* path, int writable, fcb** out) { return sdf_load_file_refusal(path, writable, out, nullptr); }
 
+fcb* sdf_file_in_making(void) { return g_in_making; }
+
 int sdf_load_file_refusal(const char* path, int writable, fcb** out, int* refusal) {
     static const char* R = "sdf_load_file";
     *out = nullptr;
     if (refusal) *refusal = 0;
     fcb* f = new_fcb(path, R);
     if (!f) return sdf_error(R, 3025, "sdf_load_file:fcb");
+    InMaking making(f);
     sdfile* s = f->file;
     int fd = sdf_io.open(path, writable ? O_RDWR : O_RDONLY, 0);
     if (fd < 0) {
@@ -215,7 +228,13 @@ int sdf_load_file_refusal(const char* path, int writable, fcb** out, int* refusa
     f->ios->fd = fd;
     char magic[16];
     int rc = 0;
-    if (read_start(fd, magic, sizeof magic) != static_cast<ssize_t>(sizeof magic))
+    const ssize_t got = read_start(fd, magic, sizeof magic);
+    // A failing read says nothing about what the file is: it is reported as
+    // the read error it is, like the same failure on any later block.
+    if (got < 0)
+        rc = sdf_error(R, 3080, 0, f->number, s->name,
+                       ("FREAD nobj = " + std::to_string(sizeof magic) + "\n" + sdf_sys_error()).c_str());
+    else if (got != static_cast<ssize_t>(sizeof magic))
         rc = sdf_error(R, 3050, path);
     else if (memcmp(magic, "%BIN", 4) == 0 || memcmp(magic, "%ASC", 4) == 0)
         rc = sdf_error(R, 3053, path);

@@ -380,6 +380,10 @@ typedef struct sdf_io_ops {
     int (*kill)(pid_t pid, int sig);
     int (*clock_gettime)(clockid_t clock, struct timespec *ts);
     int (*nanosleep)(const struct timespec *req, struct timespec *rem);
+    /* Breaking a stale second-level lock: moving it aside, putting back
+     * what wasn't the judged one. */
+    int (*rename)(const char *from, const char *to);
+    int (*link)(const char *from, const char *to);
 } sdf_io_ops;
 
 extern sdf_io_ops sdf_io;               /* the table in use */
@@ -603,6 +607,12 @@ int sdf_lock_open(const char *path, int is_new, int write_intent, sdf_lockinfo *
  * 3046, 4001. */
 int sdf_lock_reconcile(sdfile *s, sdf_lockinfo *info, int write_intent, int wrote,
                        const char *path);
+/* The path of a file whose lock this process wrote in an open that hasn't
+ * given it a channel yet (null when none): an allocation failure that ends
+ * the process in between still removes that lock. sdf_lock_pending sets it,
+ * null clears it. */
+void sdf_lock_pending(const char *path);
+const char *sdf_lock_pending_path(void);
 /* Deletes P".lock.lock"; 2002 on failure (one already gone is no failure). */
 int sdf_lock_release_second(const char *path);
 /* Removes a lock file this open wrote, after a failed open (takes and
@@ -747,6 +757,24 @@ ventry *sdf_value_row(fcb *f, const char *routine, const char *name, int *rc);
  * 0, or 3000 passed up from the slot layer. */
 int sdf_units_put(fcb *f, ventry *row, const char *text);
 int sdf_desc_put(fcb *f, ventry *row, const char *text);
+
+/* The units and description of a replacement, made before the variable
+ * changes so that a failure leaves it as it was. sdf_texts_stage compares
+ * each text with the field of `old` (null for a new variable) by the rules
+ * of sdf_units_put and makes a new slot for each that changes; with
+ * with_units 0 the units are left alone. 0, or 3000 passed up with nothing
+ * changed and nothing held. sdf_texts_install then puts the staged fields
+ * into row (stamping when any changed) and frees the slots they replace:
+ * the variable is replaced either way, and 3000 passed up only tells that an
+ * old slot could not be freed. sdf_texts_drop frees what was staged. */
+typedef struct sdf_texts {
+    sdf_slotref slot[2]; /* units, description: the new slot (block 0: none) */
+    int32_t set[2];      /* 1 when the field takes slot[k] */
+} sdf_texts;
+int sdf_texts_stage(fcb *f, const ventry *old, const char *units, const char *desc, int with_units,
+                    sdf_texts *t);
+int sdf_texts_install(fcb *f, ventry *row, sdf_texts *t);
+void sdf_texts_drop(fcb *f, sdf_texts *t);
 
 /* The commit that option Write "Always" asks for after a change: runs
  * sdf_write_modified_blocks on a file that isn't internal; 0 otherwise, or

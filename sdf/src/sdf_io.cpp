@@ -10,6 +10,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
 #include <time.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -74,13 +75,17 @@ int io_clock_gettime(clockid_t clock, struct timespec* ts) { return ::clock_gett
 
 int io_nanosleep(const struct timespec* req, struct timespec* rem) { return ::nanosleep(req, rem); }
 
+int io_rename(const char* from, const char* to) { return ::rename(from, to); }
+
+int io_link(const char* from, const char* to) { return ::link(from, to); }
+
 }  // namespace
 
 extern "C" {
 
 const sdf_io_ops sdf_io_default = {io_open,      io_close,  io_pread, io_pwrite, io_fsync,
                                    io_ftruncate, io_unlink, io_time,  io_fstat,  io_kill,
-                                   io_clock_gettime, io_nanosleep};
+                                   io_clock_gettime, io_nanosleep, io_rename, io_link};
 
 sdf_io_ops sdf_io = sdf_io_default;
 

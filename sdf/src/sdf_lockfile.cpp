@@ -10,11 +10,19 @@
  *   attempts), unless a stale holder was just removed and the create is
  *   retried at once.
  * - Parsing never trusts the file: numbers are read within their widths and
- *   range, lines within 256 bytes, and one CR before a line feed is dropped. */
+ *   range, lines within 256 bytes, and one CR before a line feed is dropped.
+ * - A stale second-level lock is broken only as the very file that was
+ *   judged: moved aside, checked, and put back when it turns out to be
+ *   another (see break_second). A lock that can't be parsed is stale after
+ *   5 seconds unchanged, so a holder killed before it wrote its lines
+ *   doesn't block the file for good. */
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <atomic>
 
 #include <cctype>
 #include <cstdio>
@@ -148,29 +156,149 @@ void parse_line2(const std::string &line, sdf_lockinfo *info)
         info->host[n - 1] = '\0';
 }
 
+/* Lines 1 and 2 of a lock file's bytes into info: 0 parsed, 1 not. */
+int parse_lock(const std::string &buf, sdf_lockinfo *info)
+{
+    size_t at = 0;
+    std::string line1, line2;
+    if (!next_line(buf, &at, &line1) || !next_line(buf, &at, &line2) || !parse_line1(line1, info))
+        return 1;
+    parse_line2(line2, info);
+    return 0;
+}
+
+/* One second-level lock file as it was read: which file (device, inode,
+ * change time) and what it held. */
+struct snapshot {
+    bool present = false;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    int64_t ctime_ns = 0;
+    std::string bytes;
+
+    /* The same file holding the same bytes. The change time is left out,
+     * since moving a file changes it. */
+    bool same(const snapshot &o) const
+    {
+        return present && o.present && dev == o.dev && ino == o.ino && bytes == o.bytes;
+    }
+};
+
+int64_t ctime_ns(const struct stat &st)
+{
+    return static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+}
+
+/* Reads the file at path into a snapshot (what a reader takes: 512 bytes at
+ * most); not present when it can't be opened or read. */
+snapshot take_snapshot(const char *path)
+{
+    snapshot snap;
+    int fd = sdf_io.open(path, O_RDONLY, 0);
+    if (fd < 0)
+        return snap;
+    struct stat st;
+    char chunk[2 * k_line_limit];
+    size_t got = 0;
+    bool ok = sdf_io.fstat(fd, &st) == 0;
+    while (ok && got < sizeof chunk) {
+        ssize_t n = sdf_io.pread(fd, chunk + got, sizeof chunk - got, static_cast<off_t>(got));
+        if (n < 0)
+            ok = false;
+        if (n <= 0)
+            break;
+        got += static_cast<size_t>(n);
+    }
+    sdf_io.close(fd);
+    if (!ok)
+        return snap;
+    snap.present = true;
+    snap.dev = st.st_dev;
+    snap.ino = st.st_ino;
+    snap.ctime_ns = ctime_ns(st);
+    snap.bytes.assign(chunk, got);
+    return snap;
+}
+
 /* The result of one try at the second-level lock after a failed create. */
 enum class judged { gone, stands, broken };
 
-judged judge_second(const char *lock2, int64_t *held, int64_t *seen_at, int life)
+/* Breaks a second-level lock judged stale, atomically with respect to other
+ * breakers: the file is moved aside under a name of this process's own, and
+ * removed only when what moved is the file that was judged. Anything else
+ * (a fresh lock of a process that broke the judged one first) is put back
+ * at once, where its holder expects it. */
+judged break_second(const char *lock2, const snapshot &judged_snap)
 {
-    sdf_lockinfo info;
-    int rc = sdf_read_lockfile(lock2, &info, 0);
-    if (rc == -1 || rc == 3040)
+    /* The change time tells a new file on a reused inode from the judged. */
+    struct stat st;
+    if (stat(lock2, &st) != 0)
         return judged::gone;
-    if (rc != 0)
-        return judged::stands;
-    int64_t now = mono_us();
-    if (info.fid != *held) {
-        *held = info.fid;
-        *seen_at = now;
-    }
-    bool stuck = life > 0 && now - *seen_at > k_deadline_us;
-    bool dead = strcmp(info.host, sdf_lock_host()) == 0 && !sdf_process_running(info.sys_pid);
-    if ((stuck || dead) && sdf_io.unlink(lock2) == 0) {
-        *held = 0;
+    if (st.st_dev != judged_snap.dev || st.st_ino != judged_snap.ino || ctime_ns(st) != judged_snap.ctime_ns)
+        return judged::stands; /* replaced since it was read: judge again */
+    static std::atomic<unsigned> counter{0};
+    char aside[4096 + 64];
+    snprintf(aside, sizeof aside, "%s.broken.%d.%u", lock2, static_cast<int>(getpid()), ++counter);
+    if (sdf_io.rename(lock2, aside) != 0)
+        return errno == ENOENT ? judged::gone : judged::stands;
+    snapshot moved = take_snapshot(aside);
+    if (moved.same(judged_snap)) {
+        sdf_io.unlink(aside);
         return judged::broken;
     }
+    /* Back without replacing anything; where links aren't supported, by a
+     * rename, which could replace a lock made in this instant. */
+    if (sdf_io.link(aside, lock2) == 0 || errno == EEXIST)
+        sdf_io.unlink(aside);
+    else
+        sdf_io.rename(aside, lock2);
     return judged::stands;
+}
+
+/* What the loop of sdf_get_lockfile_lock remembers between tries: the FID
+ * last seen and since when, and the same for a lock that can't be parsed. */
+struct second_watch {
+    int64_t held = -1;
+    int64_t seen_at = 0;
+    snapshot garbage;
+    int64_t garbage_since = 0;
+};
+
+judged judge_second(const char *lock2, second_watch *w, int life)
+{
+    snapshot snap = take_snapshot(lock2);
+    if (!snap.present)
+        return judged::gone;
+    int64_t now = mono_us();
+    sdf_lockinfo info;
+    memset(&info, 0, sizeof info);
+    info.sys_pid = -1;
+    if (parse_lock(snap.bytes, &info) != 0) {
+        /* Empty (its maker died between the create and the write) or
+         * garbage: nobody can be asked whether it still holds it, so it is
+         * stale once it has stood unchanged for 5 seconds, whatever
+         * Lock_Life_Hrs says. */
+        if (!snap.same(w->garbage)) {
+            w->garbage = snap;
+            w->garbage_since = now;
+            return judged::stands;
+        }
+        if (now - w->garbage_since <= k_deadline_us)
+            return judged::stands;
+    } else {
+        if (info.fid != w->held) {
+            w->held = info.fid;
+            w->seen_at = now;
+        }
+        bool stuck = life > 0 && now - w->seen_at > k_deadline_us;
+        bool dead = strcmp(info.host, sdf_lock_host()) == 0 && !sdf_process_running(info.sys_pid);
+        if (!stuck && !dead)
+            return judged::stands;
+    }
+    judged j = break_second(lock2, snap);
+    if (j == judged::broken)
+        w->held = 0;
+    return j;
 }
 
 } // namespace
@@ -255,17 +383,13 @@ int sdf_read_lockfile(const char *lock, sdf_lockinfo *info, int report)
             sdf_error("sdf_read_lockfile", 3040, lock, sdf_sys_error());
         return 3040;
     }
-    size_t at = 0;
-    std::string line1, line2;
-    if (!next_line(buf, &at, &line1) || !next_line(buf, &at, &line2) || !parse_line1(line1, info))
-        return 1;
-    parse_line2(line2, info);
-    return 0;
+    return parse_lock(buf, info);
 }
 
 /* Breaks a holder that is dead (same host, process gone) at once, and, when
  * Lock_Life_Hrs is above 0, one whose lock stayed the same for 5 seconds,
- * which covers holders on other hosts. The last wait ends just past the
+ * which covers holders on other hosts; a lock that can't be parsed (empty,
+ * garbage) goes once it stood unchanged for 5 seconds. The last wait ends just past the
  * deadline, and one more try follows it, so that a lock seen unchanged for
  * the whole time is judged before giving up. */
 int sdf_get_lockfile_lock(const char *lock2)
@@ -273,17 +397,17 @@ int sdf_get_lockfile_lock(const char *lock2)
     static thread_local int32_t seed = 0;
     int life = sdf_opt_int(nullptr, SDF_OPT_LOCK_LIFE_HRS);
     int64_t deadline = mono_us() + k_deadline_us;
-    int64_t held = -1, seen_at = 0;
+    second_watch watch;
     int attempts = 0;
     double factor = 1;
     for (;;) {
         /* A FID of -1 would not fit the 20 characters a reader takes. */
-        int64_t fid = held > 0 ? held : 0;
+        int64_t fid = watch.held > 0 ? watch.held : 0;
         int rc = sdf_write_lockfile(lock2, &fid, 1);
         if (rc == 0 || rc == 3042)
             return rc;
         bool raced = errno == EEXIST;
-        judged j = judge_second(lock2, &held, &seen_at, life);
+        judged j = judge_second(lock2, &watch, life);
         ++attempts;
         if (j == judged::broken)
             continue;

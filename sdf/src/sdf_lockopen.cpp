@@ -24,6 +24,7 @@ namespace {
 
 constexpr int k_lock_wait_s = 5;
 const char *const k_no_dir_access = "no write access to directory";
+std::string g_pending; /* see sdf_lock_pending; changed under the global mutex */
 
 std::string lock_of(const char *path)
 {
@@ -261,6 +262,19 @@ int sdf_lock_release_second(const char *path)
     if (sdf_io.unlink(lock2.c_str()) != 0 && errno != ENOENT)
         return sdf_error("sdf_lock_release_second", 2002, lock2.c_str(), sdf_sys_error());
     return 0;
+}
+
+void sdf_lock_pending(const char *path)
+{
+    if (path)
+        g_pending = path;
+    else
+        g_pending.clear();
+}
+
+const char *sdf_lock_pending_path(void)
+{
+    return g_pending.empty() ? nullptr : g_pending.c_str();
 }
 
 void sdf_lock_undo(const char *path)

@@ -318,6 +318,17 @@ struct GlobalLock {
     GlobalLock& operator=(const GlobalLock&) = delete;
 };
 
+// A lock this open wrote, noted until the open ends: by then it belongs to
+// a channel, or the open took it back.
+struct PendingLock {
+    PendingLock(bool wrote, const char* path) {
+        if (wrote) sdf_lock_pending(path);
+    }
+    ~PendingLock() { sdf_lock_pending(nullptr); }
+    PendingLock(const PendingLock&) = delete;
+    PendingLock& operator=(const PendingLock&) = delete;
+};
+
 // Steps 7 to 12 for a file on disk, with the global mutex held.
 int open_on_disk(const Request& q, fcb** out) {
     sdf_lockinfo info{};
@@ -328,6 +339,7 @@ int open_on_disk(const Request& q, fcb** out) {
         if (rc >= 3000) return rc;
         warn = rc;
     }
+    PendingLock pending(wrote != 0, q.path.c_str());
     fcb* existing = sdf_chan_find_path(q.path.c_str());
     if (!existing && info.pid != 0) existing = sdf_chan_find_fid(info.fid, q.path.c_str());
     int rc = 0;

@@ -6,7 +6,10 @@
 // tables), and an exit handler. The handler is registered after the utility
 // library's own clean-ups, so it runs before them: it closes every channel
 // ("DELETE" for scratch files, "KEEP" for the rest) while the allocator still
-// stands, then takes the options and the locks down.
+// stands, then takes the options and the locks down. When a failed
+// allocation ends the process, the allocator frees everything first: the
+// library then only removes its lock files, from a hook the allocator runs
+// before that, and the exit handler touches nothing.
 //
 // A child made by fork is another process: it takes an identity of its own
 // at its next call into the library, and forgets the channels it inherited
@@ -29,6 +32,7 @@ namespace {
 std::once_flag g_once;
 int g_start_rc = 0;
 std::atomic<int> g_forked{0};
+std::atomic<bool> g_memory_gone{false};
 pid_t g_owner = 0;  // the process whose channels the table holds
 
 void note_fork() { g_forked.store(1, std::memory_order_relaxed); }
@@ -69,7 +73,77 @@ void forget_inherited() {
     sdf_global_unlock();
 }
 
+}  // namespace
+
+// The record of a file a load is building (sdf_file.cpp), or null.
+extern "C" fcb* sdf_file_in_making(void);
+
+namespace {
+
+void release_locks(fcb* f, bool file_seen, bool ios_seen) {
+    if (f->ios && !ios_seen) {
+        if (f->ios->fd >= 0) sdf_io.close(f->ios->fd);
+        f->ios->fd = -1;
+        ZU_lockDestroy(f->ios->mutex);
+        f->ios->mutex = nullptr;
+    }
+    if (sdfile* s = f->file; s && !file_seen) {
+        ZU_rwDestroy(s->rwlock);
+        ZU_lockDestroy(s->slot_mutex);
+        ZU_lockDestroy(s->cache_mutex);
+        s->rwlock = nullptr;
+        s->slot_mutex = s->cache_mutex = nullptr;
+        sdf_free_vars(s->vars);  // its index of free records is no tracked block
+        s->vars = nullptr;
+    }
+}
+
+// The locks, handles and variable indexes of the open files aren't the
+// allocator's, so its free-all leaves them: they go here, since nothing runs
+// on the files after an allocation failure.
+void release_untracked() {
+    const int n = sdf_chan_capacity();
+    for (int c = 0; c < n; c++) {
+        fcb* f = sdf_chan_get(c);
+        if (!f) continue;
+        bool file_seen = false, ios_seen = false;
+        for (int d = 0; d < c; d++) {
+            const fcb* g = sdf_chan_get(d);
+            if (!g) continue;
+            file_seen = file_seen || g->file == f->file;
+            ios_seen = ios_seen || (f->ios && g->ios == f->ios);
+        }
+        release_locks(f, file_seen, ios_seen);
+    }
+    if (fcb* f = sdf_file_in_making()) release_locks(f, false, false);
+    sdf_threads_shutdown();
+}
+
+// Run by the allocator when a failed allocation ends the process, before it
+// frees every tracked block. The lock files of this process's files go, or
+// they would keep writers out until judged stale; no file is committed: the
+// process ends as if killed, each file as its last commit left it. The exit
+// handler is told that everything the channel table reaches is being freed.
+void allocation_failed() {
+    g_memory_gone.store(true);
+    try {
+        const int n = sdf_chan_capacity();
+        for (int c = 0; c < n; c++) {
+            fcb* f = sdf_chan_get(c);
+            if (!f || !f->file || !f->file->locked || f->file->internal) continue;
+            bool seen = false;  // channels on one file share its lock
+            for (int d = 0; d < c && !seen; d++) seen = sdf_chan_get(d) && sdf_chan_get(d)->file == f->file;
+            if (!seen) sdf_lock_undo(f->file->path);
+        }
+        if (const char* path = sdf_lock_pending_path()) sdf_lock_undo(path);
+    } catch (...) {
+        // Out of memory for the paths as well: the process ends all the same.
+    }
+    release_untracked();
+}
+
 void exit_handler() {
+    if (g_memory_gone.load()) return;  // the allocator freed what the tables held
     forget_inherited();
     for (int c = 0; c < sdf_chan_capacity(); c++) {
         fcb* f = sdf_chan_get(c);
@@ -91,6 +165,7 @@ int sdf_init() {
     g_owner = getpid();
     ZU_unitsRegister();  // so that ZU_init loads the unit tables
     ZU_init(1);
+    ZU_memSetFailHook(allocation_failed);
     pthread_atfork(nullptr, nullptr, note_fork);
     atexit(exit_handler);
     return 0;

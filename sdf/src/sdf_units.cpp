@@ -41,6 +41,33 @@ int put_text(fcb* f, ventry* row, const char* text, Field which) {
     return 0;
 }
 
+// Stages one field: keep (set 0) when the text is the slot's or both are
+// empty, else a new slot for a non-empty text (set 1, or none for an empty
+// one, which frees the old at install).
+int stage_text(fcb* f, const ventry* old, const char* text, Field which, sdf_slotref* slot, int32_t* set) {
+    const char* R = field_routine(which);
+    *slot = sdf_slotref{0, 0};
+    *set = 0;
+    sdf_slotref ref = old ? field_ref(old->record, which) : sdf_slotref{0, 0};
+    const size_t n = text ? strlen(text) : 0;
+    if (n > 0 && ref.block != 0) {
+        int err = 0;
+        const char* now = static_cast<const char*>(sdf_get_slot(f, SDF_CH_CHRVAR, 0, &ref, &err));
+        if (!now) return sdf_error_chain(R, err, "sdf_get_slot");
+        if (strcmp(now, text) == 0) return 0;
+    }
+    if (n == 0 && ref.block == 0) return 0;
+    if (n > static_cast<size_t>(INT32_MAX / 2)) return sdf_error(R, 4001, "Text too long for a slot.");
+    if (n > 0) {
+        int err = 0;
+        char* p = static_cast<char*>(sdf_get_slot(f, SDF_CH_CHRVAR, static_cast<int>(n), slot, &err));
+        if (!p) return sdf_error_chain(R, err, "sdf_get_slot");
+        memcpy(p, text, n + 1);
+    }
+    *set = 1;
+    return 0;
+}
+
 // Public read of units or description.
 int get_text(int channel, const char* name, char** text, Field which, const char* R, const char* core) {
     if (!text) return sdf_error(R, 4001, "No place for the result.");
@@ -99,6 +126,38 @@ extern "C" {
 int sdf_units_put(fcb* f, ventry* row, const char* text) { return put_text(f, row, text, kUnits); }
 
 int sdf_desc_put(fcb* f, ventry* row, const char* text) { return put_text(f, row, text, kDesc); }
+
+int sdf_texts_stage(fcb* f, const ventry* old, const char* units, const char* desc, int with_units, sdf_texts* t) {
+    *t = sdf_texts{};
+    int rc = with_units ? stage_text(f, old, units, kUnits, &t->slot[kUnits], &t->set[kUnits]) : 0;
+    if (!rc) rc = stage_text(f, old, desc, kDesc, &t->slot[kDesc], &t->set[kDesc]);
+    if (rc) sdf_texts_drop(f, t);
+    return rc;
+}
+
+int sdf_texts_install(fcb* f, ventry* row, sdf_texts* t) {
+    int rc = 0;
+    for (int k = 0; k < 2; k++) {
+        const Field which = k == 0 ? kUnits : kDesc;
+        if (!t->set[which]) continue;
+        sdf_slotref& ref = field_ref(row->record, which);
+        sdf_slotref replaced = ref;
+        ref = t->slot[which];
+        t->slot[which] = sdf_slotref{0, 0};
+        t->set[which] = 0;
+        sdf_touch(f->file, row->record, row->block, 1);
+        int r2 = sdf_free_slot(f, SDF_CH_CHRVAR, &replaced);
+        if (r2 && !rc) rc = sdf_error_chain(field_routine(which), r2, "sdf_free_slot");
+    }
+    return rc;
+}
+
+void sdf_texts_drop(fcb* f, sdf_texts* t) {
+    for (int k = 0; k < 2; k++) {
+        sdf_free_slot(f, SDF_CH_CHRVAR, &t->slot[k]);  // a slot just made: nothing to fail on
+        t->set[k] = 0;
+    }
+}
 
 int Sdf_Get_Units(int channel, const char* name, char** text) {
     return get_text(channel, name, text, kUnits, "Sdf_Get_Units", "sdf_get_units");

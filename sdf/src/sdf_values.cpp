@@ -11,8 +11,9 @@
 // Invariants kept: a character scalar's elen is the length of its string and
 // its slot (record offset 40) is block 0 exactly when the string is empty;
 // an array's dimension slot holds rank + 1 i64 values with 1 <= rank <= 7.
-// A replacement slot is allocated before the old one is freed, so a failed
-// allocation leaves the variable as it was.
+// A replacement slot is allocated before the old one is freed, and a
+// write of a whole variable makes its new slots before it clears the old
+// value, so a failure leaves the variable as it was.
 #include <string.h>
 
 #include "sdf_inner.h"
@@ -135,6 +136,17 @@ int store_cval(fcb* f, ventry* row, const char* text, const char* R) {
     return rc ? sdf_error_chain(R, rc, "sdf_free_slot") : 0;
 }
 
+// Stages units and description for a write of `full` (prefixed), unless
+// option Overwrite keeps an existing variable from changing anyway.
+int stage_texts(fcb* f, const char* full, const char* units, const char* desc, int with_units, sdf_texts* t,
+                const char* R) {
+    *t = sdf_texts{};
+    const ventry* old = sdf_find_var(f, full, nullptr);
+    if (old && sdf_opt_int(f, SDF_OPT_OVERWRITE) != 1) return 0;
+    const int rc = sdf_texts_stage(f, old, units, desc, with_units, t);
+    return rc ? sdf_error_chain(R, rc, "sdf_texts_stage") : 0;
+}
+
 int write_var(fcb* f, const char* name, int type, const void* value, const char* units, const char* desc) {
     static const char* R = "Sdf_Write_Var";  // the warnings come back as they are
     char full[SDF_MAX_NAME + 2];
@@ -142,9 +154,16 @@ int write_var(fcb* f, const char* name, int type, const void* value, const char*
     if (!Sdf_Valid_Name(full)) return sdf_error("sdf_write_var", 3005, full);
     if (type == SDF_CHAR_T || type >= 100 || !sdf_valid_base(type))
         return sdf_error("sdf_write_var", 3020, type, full);
-    int rc = 0;
+    // Units and description are made first: what can fail comes before the
+    // variable changes, so a failed replacement leaves it as it was.
+    sdf_texts texts;
+    int rc = stage_texts(f, full, units, desc, 1, &texts, "sdf_write_var");
+    if (rc) return rc;
     ventry* row = sdf_value_row(f, R, name, &rc);
-    if (!row) return rc;
+    if (!row) {
+        sdf_texts_drop(f, &texts);
+        return rc;
+    }
     const int warned = rc;
     sdf_varrec* r = row->record;
     r->type = type;
@@ -152,8 +171,7 @@ int write_var(fcb* f, const char* name, int type, const void* value, const char*
     memset(&r->value, 0, sizeof r->value);
     memcpy(&r->value, value, static_cast<size_t>(r->elen));
     sdf_touch(f->file, r, row->block, 1);
-    if ((rc = sdf_units_put(f, row, units))) return sdf_error_chain("sdf_write_var", rc, "sdf_units_put");
-    if ((rc = sdf_desc_put(f, row, desc))) return sdf_error_chain("sdf_write_var", rc, "sdf_desc_put");
+    if ((rc = sdf_texts_install(f, row, &texts))) return sdf_error_chain("sdf_write_var", rc, "sdf_texts_install");
     if ((rc = sdf_commit_if_always(f, "sdf_write_var"))) return rc;
     return warned;
 }
@@ -163,13 +181,36 @@ int write_char(fcb* f, const char* name, const char* text, const char* desc) {
     char full[SDF_MAX_NAME + 2];
     sdf_apply_prefix(f, name, full);
     if (!Sdf_Valid_Name(full)) return sdf_error("sdf_write_char", 3005, full);
-    int rc = 0;
+    const size_t n = text ? strlen(text) : 0;
+    if (n > static_cast<size_t>(INT32_MAX / 2)) return sdf_error("sdf_write_char", 4001, "String too long for a slot.");
+    // The string's slot and the description are made before the variable
+    // changes, as in write_var.
+    sdf_texts texts;
+    int rc = stage_texts(f, full, nullptr, desc, 0, &texts, "sdf_write_char");
+    if (rc) return rc;
+    sdf_slotref fresh{0, 0};
+    if (n > 0) {
+        char* slot = static_cast<char*>(sdf_get_slot(f, SDF_CH_CHRVAR, static_cast<int>(n), &fresh, &rc));
+        if (!slot) {
+            sdf_texts_drop(f, &texts);
+            return sdf_error_chain("sdf_write_char", rc, "sdf_get_slot");
+        }
+        memcpy(slot, text, n + 1);
+    }
     ventry* row = sdf_value_row(f, R, name, &rc);
-    if (!row) return rc;
+    if (!row) {
+        sdf_free_slot(f, SDF_CH_CHRVAR, &fresh);
+        sdf_texts_drop(f, &texts);
+        return rc;
+    }
     const int warned = rc;
-    row->record->type = SDF_CHAR_T;
-    if ((rc = store_cval(f, row, text, "sdf_write_char"))) return rc;
-    if ((rc = sdf_desc_put(f, row, desc))) return sdf_error_chain("sdf_write_char", rc, "sdf_desc_put");
+    sdf_varrec* r = row->record;
+    r->type = SDF_CHAR_T;
+    r->value.i[2] = fresh.block;
+    r->value.i[3] = fresh.index;
+    r->elen = static_cast<int32_t>(n);
+    sdf_touch(f->file, r, row->block, 1);
+    if ((rc = sdf_texts_install(f, row, &texts))) return sdf_error_chain("sdf_write_char", rc, "sdf_texts_install");
     if ((rc = sdf_commit_if_always(f, "sdf_write_char"))) return rc;
     return warned;
 }

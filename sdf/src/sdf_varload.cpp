@@ -8,6 +8,9 @@
 // must name the start of a used slot of a block of its chain, no slot may be
 // claimed twice, and no block may hold more live slots or records than its
 // used count says (else a later delete would free a block still in use).
+// Every field of a record that a later step trusts is checked against its
+// type and the file: the element length, and an array's data chain, whose
+// chunks must hold all elements its dimensions give.
 // A failed check is 3051 "is corrupt: ...", and the open fails.
 #include <errno.h>
 #include <stdarg.h>
@@ -188,11 +191,25 @@ const int32_t* claim(sdfile* s, SlotMaps& maps, sdf_slotref ref, int* payload) {
 
 bool valid_type(int type) { return type > 0 && type < 200 && sdf_valid_base(type % 100); }
 
-// The three checks of a record, in their order, then its name slot.
+// The element length later steps trust: the type's size for numbers (the
+// scalar and array paths copy that many bytes per element), at least 1 for
+// a character array, and for a character scalar its string length, 0
+// exactly when it has no slot.
+bool valid_elen(const sdf_varrec* r) {
+    const int base = SDF_BASE_TYPE(r->type);
+    if (base != SDF_CHAR_T) return r->elen == sdf_type_elen(base);
+    if (SDF_IS_ARRAY(r->type)) return r->elen >= 1;
+    return r->elen >= 0 && (r->value.i[2] == 0) == (r->elen == 0);
+}
+
+// The three checks of a record, in their order, then its element length
+// and its name slot.
 int check_record(sdfile* s, SlotMaps& maps, const sdf_varrec* r, int varno) {
     static const char* R = "sdf_read_varinf";
     if (!valid_type(r->type))
         return sdf_corrupt(R, s, "illegal type %d for variable %d.", r->type, varno);
+    if (!valid_elen(r))
+        return sdf_corrupt(R, s, "element length %d wrong for type %d at variable %d.", r->elen, r->type, varno);
     if (r->name.block < 2 || r->name.block >= s->blks->count)
         return sdf_corrupt(R, s, "name block out of range at variable %d.", varno);
     int64_t m = r->modified;
@@ -252,6 +269,39 @@ bool read_dims(const int32_t* p, int words, bool wide, int64_t dims[SDF_MAX_RANK
 }
 
 sdf_slotref dims_ref(const sdf_varrec* r) { return sdf_slotref{r->value.i[0], r->value.i[1]}; }
+
+// The data chain of an array against its record and the file: a chain
+// exactly when the record counts chunks, each block a data block of the
+// element's swap width inside the header's file length and claimed by no
+// other array, chunks adding up to the record's total, and room in them for
+// every element the dimensions (rank 0: none known) give. `claimed` marks
+// the data blocks of the arrays checked so far.
+int check_data_chain(sdfile* s, const sdf_varrec* r, const int64_t* dims, int varno, std::vector<bool>& claimed) {
+    static const char* R = "sdf_read_arrdim";
+    const int first = r->value.i[2], total = r->value.i[3];
+    if (total < 0 || (first == 0) != (total == 0))
+        return sdf_corrupt(R, s, "bad data chain at variable %d.", varno);
+    const int type = -sdf_swap_width(SDF_BASE_TYPE(r->type));
+    int64_t sum = 0;
+    for (int b = first, steps = 0; b != 0; b = ent(s, b)->next, steps++) {
+        if (!in_table(s, b) || steps >= s->blks->count || claimed[b])
+            return sdf_corrupt(R, s, "bad data chain at variable %d.", varno);
+        const sdf_blkent* e = ent(s, b);
+        if (e->type != type || e->chunks < 1 || e->start < 1 ||
+            static_cast<int64_t>(e->start) + e->chunks > s->hdr->file_chunks)
+            return sdf_corrupt(R, s, "bad data block %d at variable %d.", b, varno);
+        claimed[b] = true;
+        sum += e->chunks;
+    }
+    if (sum != total) return sdf_corrupt(R, s, "data chain of variable %d is not %d chunks.", varno, total);
+    int64_t bytes = r->elen;
+    for (int k = 1; k <= dims[0]; k++)
+        if (__builtin_mul_overflow(bytes, dims[k], &bytes))
+            return sdf_corrupt(R, s, "bad dimensions at variable %d.", varno);
+    if (dims[0] > 0 && bytes > static_cast<int64_t>(total) * s->hdr->chunk_size)
+        return sdf_corrupt(R, s, "data chain too short at variable %d.", varno);
+    return 0;
+}
 
 // Replaces the dimension slot of a record by one of the other width.
 int rewrite_dims(fcb* f, ventry* row, const int64_t* dims, bool wide, const char* routine) {
@@ -361,14 +411,18 @@ int sdf_read_arrdim(fcb* f) {
     int rc = load_chain(f, SDF_CH_ARRDIM, "sdf_read_arrdim:arrdim", R, &maps);
     if (rc) return rc;
     bool wide = s->hdr->major >= SDF_MAJOR;
+    std::vector<bool> claimed(static_cast<size_t>(s->blks->count), false);
     for (int id = 0; id < v->count; id++) {
         const sdf_varrec* r = v->rows[id].record;
-        if (!SDF_IS_ARRAY(r->type) || r->value.i[0] == 0) continue;
-        int words = 0;
-        int64_t dims[SDF_MAX_RANK + 1];
-        const int32_t* p = claim(s, maps, dims_ref(r), &words);
-        if (!p || !read_dims(p, words, wide, dims))
-            return sdf_corrupt(R, s, "bad dimensions at variable %d.", id);
+        if (!SDF_IS_ARRAY(r->type)) continue;
+        int64_t dims[SDF_MAX_RANK + 1] = {0};
+        if (r->value.i[0] != 0) {
+            int words = 0;
+            const int32_t* p = claim(s, maps, dims_ref(r), &words);
+            if (!p || !read_dims(p, words, wide, dims))
+                return sdf_corrupt(R, s, "bad dimensions at variable %d.", id);
+        }
+        if (!s->internal && (rc = check_data_chain(s, r, dims, id, claimed))) return rc;
     }
     if (wide) return 0;
     for (int id = 0; id < v->count; id++) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -509,3 +510,75 @@ TEST_F(SdfArrays, SixtyFourBitFormsGoPast2To31Elements) {
 }
 
 }  // namespace
+
+// A damaged record must be refused at open: the array paths copy elen bytes
+// per element and walk the chain the record names, so a wrong element
+// length, chunk count, data block or extent would make them overrun the
+// caller's buffer or copy the caller's memory into the file.
+TEST_F(SdfArrays, DamagedRecordIsRefusedAtOpenNotTrustedByArrayIo) {
+    const std::string p = path("damaged.sdf");
+    {
+        int ch = sdftest::openNew(p, "LittleEndian");
+        const int32_t dims[8] = {2, 3, 4};
+        const double twelve[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+        for (const char* name : {"a", "b"}) {
+            ASSERT_EQ(Sdf_Define_Array(ch, name, SDF_DBLE_T, 0, dims, nullptr, nullptr), 0);
+            int32_t start[8] = {2, 0, 0};
+            ASSERT_EQ(Sdf_Write_Array(ch, name, twelve, start, 12), 0);
+        }
+        const double x = 2.5;
+        ASSERT_EQ(Sdf_Write_Var(ch, "x", SDF_DBLE_T, &x, nullptr, nullptr), 0);
+        ASSERT_EQ(Sdf_Write_Char(ch, "s", "abc", nullptr), 0);
+        ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+    }
+    const auto good = sdftest::readBytes(p);
+    struct Case {
+        const char* what;
+        std::function<void(fcb*)> damage;
+    };
+    auto rec = [](fcb* f, const char* name) { return sdf_find_var(f, name, nullptr)->record; };
+    auto first = [&](fcb* f, const char* name) { return f->file->blks->rows[rec(f, name)->value.i[2]].entry; };
+    const Case cases[] = {
+        {"sound", [](fcb*) {}},
+        {"array elen", [&](fcb* f) { rec(f, "a")->elen = 64; }},
+        {"scalar elen", [&](fcb* f) { rec(f, "x")->elen = 16; }},
+        {"string elen without a slot", [&](fcb* f) { rec(f, "s")->value.i[2] = 0; }},
+        {"chunk count", [&](fcb* f) { rec(f, "a")->value.i[3] += 1; }},
+        {"no chain", [&](fcb* f) { rec(f, "a")->value.i[2] = 0; }},
+        {"data block type", [&](fcb* f) { first(f, "a")->type = -4; }},
+        {"shared data block", [&](fcb* f) { rec(f, "b")->value.i[2] = rec(f, "a")->value.i[2]; }},
+        {"extent beyond the chain",
+         [&](fcb* f) {
+             const int64_t big[8] = {2, 3, 400};
+             ASSERT_EQ(sdf_array_put_dims(f, sdf_find_var(f, "a", nullptr), big), 0);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        sdftest::writeBytes(p, good);
+        fcb* f = nullptr;
+        ASSERT_EQ(sdf_load_file(p.c_str(), 1, &f), 0);
+        c.damage(f);
+        sdf_mark(f->file, sdf_find_var(f, "a", nullptr)->block);
+        sdf_mark(f->file, f->file->blks->rows[rec(f, "a")->value.i[2]].owner);
+        ASSERT_EQ(sdf_close_file(f, 1), 0);
+        ZU_errClear("*", 0);
+        int ch = -1;
+        const int rc = Sdf_Open(&ch, p.c_str(), "BINARY", "OLD", "WRITE");
+        if (std::string(c.what) != "sound") {
+            EXPECT_EQ(rc, 3051);
+            EXPECT_NE(sdftest::errorText(3051).find("is corrupt"), std::string::npos);
+            continue;
+        }
+        ASSERT_EQ(rc, 0);
+        double out[13];
+        out[12] = -1;  // a guard behind the twelve
+        int64_t start[8] = {0}, got = 0;
+        void* buf = out;
+        EXPECT_EQ(Sdf_Read_Array64(ch, "a", &buf, start, 12, &got), 0);
+        EXPECT_EQ(got, 12);
+        EXPECT_EQ(out[11], 12);
+        EXPECT_EQ(out[12], -1);
+        EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
+    }
+}

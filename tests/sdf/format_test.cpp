@@ -129,6 +129,31 @@ TEST_F(SdfFormat, RefusesForeignOldDirtyDamagedAndNewerFiles) {
     }
 }
 
+// A read that fails is a read error wherever it happens: the first bytes
+// (the magic) get the same 3080 with the system's text as the header after
+// them, never "not an SDF".
+TEST_F(SdfFormat, ReadErrorOnAnyReadOfTheOpenIsReportedAsSuch) {
+    static int fail_at, calls;
+    for (int call : {1, 2}) {
+        writeBytes(path("t.sdf"), newFileBytes());
+        ZU_errClear("*", 0);
+        fail_at = call;
+        calls = 0;
+        sdf_io.pread = [](int fd, void* buf, size_t n, off_t at) -> ssize_t {
+            if (++calls == fail_at) return errno = EIO, -1;
+            return sdf_io_default.pread(fd, buf, n, at);
+        };
+        fcb* f = nullptr;
+        const int rc = sdf_load_file(path("t.sdf").c_str(), 0, &f);
+        sdf_io.pread = sdf_io_default.pread;
+        EXPECT_EQ(f, nullptr);
+        EXPECT_TRUE(rc == 3080 || rc == 3000) << "read " << call << ": " << rc;
+        EXPECT_FALSE(sdftest::reported(3050)) << "read " << call;
+        EXPECT_NE(errorText(3080).find("FREAD"), std::string::npos) << errorText(3080);
+        EXPECT_NE(errorText(3080).find(strerror(EIO)), std::string::npos) << errorText(3080);
+    }
+}
+
 namespace {
 
 // A file with a block table of two blkinf blocks, three data blocks A, B, C

@@ -11,6 +11,7 @@
 #include <cctype>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "sdf_test_files.h"
@@ -432,6 +433,87 @@ TEST_F(SdfLock, SecondLevelLockHeldFromElsewhereBreaksAfterFiveSeconds) {
         unlink(lock2_.c_str());
     }
     EXPECT_EQ(sdf_get_lockfile_lock(path("missing/x.lock.lock").c_str()), 3042);
+}
+
+// A second-level lock that can't be parsed (its maker died between the
+// create and the write of its lines, or it holds garbage) is stale once it
+// stood unchanged for 5 seconds, whatever Lock_Life_Hrs says: nobody can be
+// asked whether it still holds it, and otherwise every open waits and fails.
+TEST_F(SdfLock, UnparsableSecondLevelLockBreaksAfterFiveSeconds) {
+    for (const char* life : {"Lock_Life_Hrs=24", "Lock_Life_Hrs=-1"}) {
+        for (const char* text : {"", "PID=garbage\n"}) {
+            SCOPED_TRACE(std::string(life) + " [" + text + "]");
+            opts(life);
+            g_fake_us = INT64_C(1700000000000000);
+            sdf_io.clock_gettime = fakeClock;
+            sdf_io.nanosleep = fakeSleep;
+            writeText(lock2_, text);
+            const int64_t start = g_fake_us;
+            EXPECT_EQ(sdf_get_lockfile_lock(lock2_.c_str()), 0);
+            EXPECT_GT(g_fake_us - start, INT64_C(5000000));
+            EXPECT_LT(g_fake_us - start, INT64_C(5100000));
+            sdf_io = sdf_io_default;
+            sdf_lockinfo mine;
+            ASSERT_EQ(sdf_read_lockfile(lock2_.c_str(), &mine, 0), 0);
+            EXPECT_EQ(mine.pid, self());
+            unlink(lock2_.c_str());
+            EXPECT_EQ(sdftest::dirEntries(dir_), std::vector<std::string>{"data.sdf"}) << "nothing left aside";
+        }
+    }
+}
+
+// Two processes that judge the same stale second-level lock: the one that
+// breaks it first takes the lock; the other must not remove that fresh lock
+// in its turn. The fresh lock is put in place while this process judges
+// (before it moves anything) or just as it moves the judged file aside.
+std::string g_lock2, g_fresh;
+bool g_swapped = false;
+void swapInFreshLock() {
+    if (g_swapped) return;
+    g_swapped = true;
+    unlink(g_lock2.c_str());  // a new file, as a process that broke it would make
+    writeText(g_lock2, g_fresh);
+}
+
+TEST_F(SdfLock, BreakingRemovesOnlyTheLockThatWasJudged) {
+    opts("Lock_Life_Hrs=-1");  // only the dead holder's lock is stale
+    struct row {
+        const char* when;
+        std::function<void()> hook;
+    };
+    const row rows[] = {
+        {"while judging",
+         [] {
+             sdf_io.kill = [](pid_t pid, int sig) {
+                 swapInFreshLock();
+                 return sdf_io_default.kill(pid, sig);
+             };
+         }},
+        {"at the move",
+         [] {
+             sdf_io.rename = [](const char* from, const char* to) {
+                 swapInFreshLock();
+                 return sdf_io_default.rename(from, to);
+             };
+         }},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(r.when);
+        g_fake_us = INT64_C(1700000000000000);
+        sdf_io.clock_gettime = fakeClock;
+        sdf_io.nanosleep = fakeSleep;
+        writeText(lock2_, lockText(self() + 3, 111, 1, host(), deadPid()));
+        g_lock2 = lock2_;
+        g_fresh = lockText(self() + 4, 222, 1, host(), getpid());  // a live holder
+        g_swapped = false;
+        r.hook();
+        EXPECT_EQ(sdf_get_lockfile_lock(lock2_.c_str()), 3045);
+        sdf_io = sdf_io_default;
+        EXPECT_TRUE(g_swapped);
+        EXPECT_EQ(readText(lock2_), g_fresh) << "the fresh lock stays in place";
+        unlink(lock2_.c_str());
+        EXPECT_EQ(sdftest::dirEntries(dir_), std::vector<std::string>{"data.sdf"}) << "nothing left aside";
+    }
 }
 
 TEST_F(SdfLock, ReconcilesWithTheFileOpenHere) {

@@ -9,6 +9,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -89,5 +90,13 @@ inline std::string errorText(int code) {
 inline bool reported(int code) { return errorText(code) != "<none>"; }
 
 inline bool exists(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
+
+// The names in a directory, sorted.
+inline std::vector<std::string> dirEntries(const std::string& dir) {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 }  // namespace sdftest

@@ -1,5 +1,5 @@
 // Helpers of the tests of values, listing and deleting: arrays made through
-// the inner table (dimensions only, no data), copies of records to tell a
+// the inner define (never written), copies of records to tell a
 // change, and strings and lists handed out by the library.
 #pragma once
 
@@ -13,28 +13,15 @@
 
 namespace sdftest {
 
-// An array of base type `base` with the given extents and no data chain.
+// An array of base type `base` (characters of one byte) with the given
+// extents, made by the inner define: dimensions and a data chain that holds
+// them, never written.
 inline bool makeArray(int channel, const std::string& name, int base, const std::vector<int64_t>& extents) {
     fcb* f = sdf_chan_get(channel);
     if (!f) return false;
-    int pos = -1, err = 0;
-    ventry* row = sdf_find_var(f, name.c_str(), &pos);
-    if (!row) row = sdf_insert_var(f, name.c_str(), pos, &err);
-    if (!row) return false;
-    sdf_slotref ref{0, 0};
-    void* p = sdf_get_slot(f, SDF_CH_ARRDIM, static_cast<int>(extents.size() + 1), &ref, &err);
-    if (!p) return false;
     std::vector<int64_t> dims{static_cast<int64_t>(extents.size())};
     dims.insert(dims.end(), extents.begin(), extents.end());
-    memcpy(p, dims.data(), dims.size() * sizeof(int64_t));  // slots are word aligned only
-    sdf_mark(f->file, ref.block);
-    sdf_varrec* r = row->record;
-    r->type = base + 100;
-    r->elen = sdf_type_elen(base);
-    r->value.i[0] = ref.block;
-    r->value.i[1] = ref.index;
-    sdf_touch(f->file, r, row->block, 1);
-    return true;
+    return sdf_define_array(f, name.c_str(), base, 1, dims.data(), nullptr, nullptr) == 0;
 }
 
 // The record of a variable as it stands (type 0 when missing).

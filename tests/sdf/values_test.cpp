@@ -417,3 +417,50 @@ TEST_F(SdfValues, AddressesOnInternalFilesOnly) {
 }
 
 }  // namespace
+
+// A replacement that fails part way (here the old units and description
+// can't be read back) must leave the variable as it was: not the new type
+// and value with the old units, as a close would then commit.
+TEST_F(SdfValues, FailedReplacementLeavesTheVariableAsItWas) {
+    const std::string p = path("replace.sdf");
+    int ch = createFile(p);
+    const double x = 1.5;
+    ASSERT_EQ(Sdf_Write_Var(ch, "x", SDF_DBLE_T, &x, "m", "length"), 0);
+    ASSERT_EQ(Sdf_Write_Char(ch, "s", "abc", "label"), 0);
+    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+    const int seven = 7;
+    struct Case {
+        const char* name;
+        std::function<int(int)> replace;
+    };
+    const Case cases[] = {
+        {"x", [&](int c) { return Sdf_Write_Var(c, "x", SDF_INT_T, &seven, "kg", "mass"); }},
+        {"s", [&](int c) { return Sdf_Write_Char(c, "s", "longer text", "other"); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ch = openFile(p, "WRITE");  // the texts' block is read again on demand
+        const sdf_varrec before = record(ch, c.name);
+        sdf_io.pread = [](int, void*, size_t, off_t) -> ssize_t { return errno = EIO, -1; };
+        EXPECT_EQ(c.replace(ch), 3000);
+        sdf_io.pread = sdf_io_default.pread;
+        EXPECT_TRUE(sdftest::sameRecord(record(ch, c.name), before));
+        ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+        ch = openFile(p, "READ");
+        EXPECT_TRUE(sdftest::sameRecord(record(ch, c.name), before)) << "after a reopen";
+        char* desc = nullptr;
+        ASSERT_EQ(Sdf_Get_Desc(ch, c.name, &desc), 0);
+        EXPECT_EQ(take(desc), c.name == std::string("x") ? "length" : "label");
+        ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+    }
+    // Without the fault the same replacement goes through whole.
+    ch = openFile(p, "WRITE");
+    ASSERT_EQ(cases[0].replace(ch), 0);
+    int type = 0, is_array = 0;
+    ASSERT_EQ(Sdf_Get_Type(ch, "x", &type, &is_array), 0);
+    EXPECT_EQ(type, SDF_INT_T);
+    char* units = nullptr;
+    ASSERT_EQ(Sdf_Get_Units(ch, "x", &units), 0);
+    EXPECT_EQ(take(units), "kg");
+    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+}

@@ -87,7 +87,7 @@ protected:
         EXPECT_EQ(err, 0);
         if (!row) return nullptr;
         row->record->type = type;
-        row->record->elen = 8;
+        row->record->elen = sdf_type_elen(type);
         row->record->value.d[0] = value;
         sdf_touch(s(), row->record, row->block, 1);
         return row;
@@ -417,6 +417,13 @@ void makeVersion1(fcb* f) {
     row->record->elen = 4;
     row->record->value.i[0] = ref.block;
     row->record->value.i[1] = ref.index;
+    const int chunks = (3 * 40000 * 4 + SDF_CHUNK - 1) / SDF_CHUNK;  // a chain that holds them
+    const int b = sdf_alloc_block(f->file, chunks, nullptr);
+    ASSERT_GT(b, 0);
+    f->file->blks->rows[b].entry->type = -4;
+    f->file->blks->rows[b].entry->used = 1;
+    row->record->value.i[2] = b;
+    row->record->value.i[3] = chunks;
     sdf_touch(f->file, row->record, row->block, 1);
     f->file->hdr->major = 1;
 }

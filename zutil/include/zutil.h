@@ -584,6 +584,19 @@ ZU_API int ZU_respSurf_ref(const int *handle, const double *position, double *re
 ZU_API int ZU_respNorm_ref(const int *handle, const double *a, const double *b, double *distance, int *rc);
 ZU_API int ZU_respCorr_ref(const int *handle, const double *a, const double *b, double *correlation, int *rc);
 
+/* ======================================================================
+ * Allocation failure hook
+ * ====================================================================== */
+
+/* Sets (or with null clears) the routine run once when a failed allocation
+ * is about to end the process (Mem_Error Exit), before ZU_memFreeAll frees
+ * every tracked block: a library can give up what outlives the process
+ * (lock files) while its records are still there, and note that its exit
+ * handlers must touch nothing the allocator held. The hook should not rely
+ * on tracked allocations succeeding; one that fails inside it ends the
+ * process at once, without running the hook again. */
+ZU_API void ZU_memSetFailHook(void (*hook)(void));
+
 #ifdef __cplusplus
 }
 #endif

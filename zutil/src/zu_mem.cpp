@@ -37,6 +37,7 @@ std::atomic<bool> g_initialised{false};
 bool g_atexitDone = false;
 ZU_LockRec g_lock;
 std::mutex g_initMutex; /* guards set-up only, whatever Thread_Safe says */
+std::atomic<void (*)(void)> g_failHook{nullptr};
 
 BlockHeader *headerOf(void *ptr)
 {
@@ -78,6 +79,10 @@ void *failure(const char *routine, const char *tag, size_t growth)
                     routine, static_cast<ssize_t>(growth), ZU_memTotal());
     }
     if (!(action & 1)) {
+        /* The hook runs once: a failure inside it ends the process at once. */
+        void (*hook)(void) = g_failHook.exchange(nullptr);
+        if (hook)
+            hook();
         ZU_memFreeAll();
         exit(1);
     }
@@ -202,6 +207,11 @@ void ZU_freeMem(void *ptr)
     free(h);
     g_total -= size;
     ZU_unlock(&g_lock);
+}
+
+void ZU_memSetFailHook(void (*hook)(void))
+{
+    g_failHook.store(hook);
 }
 
 void ZU_memInit(int atexitFlag)
