@@ -612,6 +612,10 @@ int sdf_lock_reconcile(sdfile *s, sdf_lockinfo *info, int write_intent, int wrot
  * the process in between still removes that lock. sdf_lock_pending sets it,
  * null clears it. */
 void sdf_lock_pending(const char *path);
+/* The record of a file a load is building (between its open and its
+ * entry in the channel table), or null: the allocation-failure hook must
+ * release that one's locks too. */
+fcb *sdf_file_in_making(void);
 const char *sdf_lock_pending_path(void);
 /* Deletes P".lock.lock"; 2002 on failure (one already gone is no failure). */
 int sdf_lock_release_second(const char *path);

@@ -73,12 +73,6 @@ void forget_inherited() {
     sdf_global_unlock();
 }
 
-}  // namespace
-
-// The record of a file a load is building (sdf_file.cpp), or null.
-extern "C" fcb* sdf_file_in_making(void);
-
-namespace {
 
 void release_locks(fcb* f, bool file_seen, bool ios_seen) {
     if (f->ios && !ios_seen) {

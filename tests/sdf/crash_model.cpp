@@ -382,7 +382,8 @@ void jot(int fd, const std::string& line) {
     const int j = open(journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
     if (j < 0) _exit(5);
     sdf_io = sdf_io_ops{cOpen, cClose, cRead, cWrite, cSync, cTruncate, cUnlink, sdf_io_default.time,
-                        cStat, sdf_io_default.kill, sdf_io_default.clock_gettime, noSleep};
+                        cStat, sdf_io_default.kill, sdf_io_default.clock_gettime, noSleep,
+                        sdf_io_default.rename, sdf_io_default.link};
     g_killAt = killAt;
     g_calls = 0;
     Sdf_Push(-1);  // the built-in defaults, whatever tests before set
