@@ -20,12 +20,15 @@
 !  - the forms that allocate hand back a type(c_ptr), released with
 !    sdf_free_ref.
 ! The array forms stand in zeltra_sdf_arrays (zeltra_sdf_arrays.f90), which
-! this module passes on: a program only says `use zeltra_sdf`.
+! this module passes on, and so are the utility library's table and response
+! surface forms (zeltra_maps, zeltra_maps.f90): a program only says
+! `use zeltra_sdf`.
 ! Sdf_Set_Dims_ref and Sdf_Set_Dims64_ref take a variable number of extents
 ! and so have no interface here; they are called as plain external
 ! procedures.
 module zeltra_sdf
     use zeltra_sdf_arrays
+    use zeltra_maps
     use iso_c_binding, only: c_int, c_int32_t, c_int64_t, c_ptr
     implicit none
     private :: c_int, c_int32_t, c_int64_t, c_ptr
