@@ -28,6 +28,12 @@
 
 #include "zeltra/tagging.h"
 
+#include "bench_util.h"
+
+using zeltra_bench::ScratchFolder;
+using zeltra_bench::seconds;
+using zeltra_bench::timeLineCopy;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -147,24 +153,6 @@ const char* const kTagFile =
     "END_LOOP\n"
     "$! End tag script\n\n";
 
-double seconds(std::chrono::steady_clock::duration d) {
-    return std::chrono::duration<double>(d).count();
-}
-
-// The baseline: what any line-oriented pass over the file does at the least.
-double timeCopy(const fs::path& from, const fs::path& to) {
-    std::error_code ec;
-    fs::remove(to, ec);
-    const auto begin = std::chrono::steady_clock::now();
-    {
-        std::ifstream in(from, std::ios::binary);
-        std::ofstream out(to, std::ios::binary | std::ios::trunc);
-        String line;
-        while (std::getline(in, line)) out << line << '\n';
-    }
-    return seconds(std::chrono::steady_clock::now() - begin);
-}
-
 bool checkValues(const BenchContext& context) {
     auto column = context.reported.find("column");
     auto values = context.reported.find("values");
@@ -178,14 +166,6 @@ bool checkValues(const BenchContext& context) {
             return false;
     return true;
 }
-
-struct ScratchFolder {
-    fs::path path;
-    ~ScratchFolder() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-};
 
 }  // namespace
 
@@ -217,7 +197,7 @@ int main(int argc, char** argv) {
     double bestCopy = 1e300, bestScript = 1e300;
     bool good = true;
     for (int run = 0; run < kRuns; ++run) {
-        bestCopy = std::min(bestCopy, timeCopy(log, copy));
+        bestCopy = std::min(bestCopy, timeLineCopy(log, copy));
         BenchContext context;
         BenchHost host(context);
         String errors;

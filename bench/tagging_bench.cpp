@@ -32,6 +32,12 @@
 
 #include "zeltra/tagging.h"
 
+#include "bench_util.h"
+
+using zeltra_bench::ScratchFolder;
+using zeltra_bench::seconds;
+using zeltra_bench::timeLineCopy;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -239,24 +245,6 @@ bool writeTagFile(MarkTagging& module, const fs::path& deck, const fs::path& fol
     return true;
 }
 
-double seconds(std::chrono::steady_clock::duration d) {
-    return std::chrono::duration<double>(d).count();
-}
-
-// The baseline: what any line-oriented rewrite has to do at the least.
-double timeCopy(const fs::path& from, const fs::path& to) {
-    std::error_code ec;
-    fs::remove(to, ec);
-    const auto begin = std::chrono::steady_clock::now();
-    {
-        std::ifstream in(from, std::ios::binary);
-        std::ofstream out(to, std::ios::binary | std::ios::trunc);
-        String line;
-        while (std::getline(in, line)) out << line << '\n';
-    }
-    return seconds(std::chrono::steady_clock::now() - begin);
-}
-
 // One tagging run on a freshly restored deck, through a module of its own so
 // the tag file is read each time too. False when the module reported an error.
 bool timeTagging(IPortalHost& host, const fs::path& pristine, const fs::path& deck,
@@ -317,15 +305,6 @@ bool checkTagged(const fs::path& deck, long lines, const std::vector<PlannedTag>
     return good;
 }
 
-// The scratch folder goes away however the program ends normally.
-struct ScratchFolder {
-    fs::path path;
-    ~ScratchFolder() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -362,7 +341,7 @@ int main(int argc, char** argv) {
     double bestCopy = 1e300, bestTagging = 1e300;
     String errors;
     for (int run = 0; run < kRuns; ++run) {
-        bestCopy = std::min(bestCopy, timeCopy(pristine, copy));
+        bestCopy = std::min(bestCopy, timeLineCopy(pristine, copy));
         double elapsed = 0;
         if (!timeTagging(host, pristine, deck, tagFile, elapsed, errors)) {
             std::cerr << "tagging failed:\n" << errors;

@@ -30,6 +30,11 @@
 
 #include "zeltra/tagging.h"
 
+#include "bench_util.h"
+
+using zeltra_bench::ScratchFolder;
+using zeltra_bench::seconds;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -154,10 +159,6 @@ fs::path writeTagFile(XmlTagging& module, const fs::path& input, const fs::path&
     return folder / outputs.begin()->second;
 }
 
-double seconds(std::chrono::steady_clock::duration d) {
-    return std::chrono::duration<double>(d).count();
-}
-
 double timeBaseline(const fs::path& from, const fs::path& to) {
     const auto begin = std::chrono::steady_clock::now();
     pugi::xml_document document;
@@ -200,14 +201,6 @@ bool checkTagged(const fs::path& input, const std::vector<PlannedTag>& plan) {
     }
     return true;
 }
-
-struct ScratchFolder {
-    fs::path path;
-    ~ScratchFolder() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-};
 
 }  // namespace
 
