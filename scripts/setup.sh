@@ -10,6 +10,7 @@ packages=(
   clang libclang-rt-14-dev
   gfortran
   libtomlplusplus-dev
+  python3-numpy python3-pytest
 )
 # The benchmarks' comparison library: only on request, never by default.
 if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then
@@ -30,21 +31,4 @@ if [ ${#missing[@]} -gt 0 ]; then
   export DEBIAN_FRONTEND=noninteractive
   "${sudo_cmd[@]}" apt-get update -qq
   "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
-
-# The Python package and its tests use Debian's interpreter with NumPy and pytest.
-python_packages=(python3-numpy python3-pytest)
-py_missing=()
-for p in "${python_packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
-    py_missing+=("$p")
-  fi
-done
-if [ ${#py_missing[@]} -gt 0 ]; then
-  echo "setup: installing ${py_missing[*]}"
-  sudo_cmd=()
-  [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  "${sudo_cmd[@]}" apt-get update -qq
-  "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${py_missing[@]}"
 fi

@@ -365,7 +365,7 @@ class File:
         final = tuple(c for c, kp in zip(counts, keep) if kp)
         total = int(np.prod(full))
         if total == 0:
-            return np.zeros(final, dtype=_TYPES[code][1] if code != CHAR else str)
+            return np.zeros(final, dtype=str if code == CHAR else bool if code == LOGICAL else _TYPES[code][1])
         count = ctypes.c_int64()
         dims = (ctypes.c_int64 * 8)()
         tr = (ctypes.c_int32 * 8)()
@@ -460,6 +460,13 @@ class File:
         start = _dims64([])  # rank 0: behind the last element
         if code == CHAR:
             strings = [str(s).encode("utf-8") for s in np.ravel(arr, order="F").tolist()]
+            elen = ctypes.c_int()
+            _check(_lib.Sdf_Get_Elen(ch, _b(name), ctypes.byref(elen)), f"element length of {name!r}")
+            longest = max(len(s) for s in strings)
+            if longest > elen.value:
+                # The library would cut them; a cut text is a wrong result.
+                raise ValueError(f"zeltrasdf: appending to {name!r}: a text of {longest} bytes "
+                                 f"passes its element length {elen.value}")
             ptrs = (ctypes.c_char_p * len(strings))(*strings)
             _check(_lib.Sdf_Write_Carray64(ch, _b(name), ptrs, start, len(strings)), f"appending to {name!r}")
         else:

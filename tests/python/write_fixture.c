@@ -78,7 +78,7 @@ int main(int argc, char **argv)
             char name[64];
             snprintf(name, sizeof name, "a_%s_%d", arrays[a].tag, r + 1);
             CHECK(Sdf_Define_Array(ch, name, arrays[a].type, 0, shapes[r], "N", "array"));
-            int32_t start[4] = {0};
+            int32_t start[4] = {r + 1, 0, 0, 0}; /* rank, then indices */
             /* Rank 1 and 2 take the first elements of the rank-3 layout,
              * which keeps the formula: element (i, j) is element (i, j, 0). */
             CHECK(Sdf_Write_Array(ch, name, arrays[a].data, start, counts[r]));
@@ -87,7 +87,7 @@ int main(int argc, char **argv)
     char *text[6] = {"alpha", "be", "", "delta four", "e", "f"};
     const int32_t tdims[3] = {2, 2, 3};
     CHECK(Sdf_Define_Array(ch, "a_char_2", SDF_CHAR_T, 10, tdims, "", "texts"));
-    int32_t tstart[3] = {0};
+    int32_t tstart[3] = {2, 0, 0};
     CHECK(Sdf_Write_Carray(ch, "a_char_2", text, tstart, 6));
 
     CHECK(Sdf_Close(ch, "KEEP"));
