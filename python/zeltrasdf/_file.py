@@ -424,8 +424,14 @@ class File:
         if arr.ndim > 7:
             raise ValueError(f"zeltrasdf: {name!r}: rank {arr.ndim} is above 7")
         if code == CHAR:
-            strings = [s.encode("utf-8") if isinstance(s, str) else bytes(s)
-                       for s in np.ravel(arr, order="F").tolist()]
+            strings = []
+            for s in np.ravel(arr, order="F").tolist():
+                if isinstance(s, str):
+                    strings.append(s.encode("utf-8"))
+                elif isinstance(s, bytes):
+                    strings.append(s)
+                else:
+                    raise TypeError(f"zeltrasdf: {name!r}: {type(s).__name__} in a text array")
             clen = max([len(s) for s in strings] + [1])
         else:
             clen = 0
