@@ -142,7 +142,8 @@ def test_write_replace_append_delete_and_text(tmp_path, sdf_tool):
     with zeltrasdf.open(path, "r+") as f:
         f.append("t", [9.0, 9.0])
     with zeltrasdf.open(path) as f:
-        assert sorted(f) == ["note", "t", "t2"] and "gone" not in f and "t" in f
+        assert sorted(f) == ["note", "t", "t2"] and "gone" not in f and "t" in f and len(f) == 3
+        assert f.get("gone", "absent") == "absent" and f.get("note") == "second, replaced"
         np.testing.assert_array_equal(f["t"], [[0, 0, 0, 1, 9], [0, 0, 2, 3, 9]])
         np.testing.assert_array_equal(f["t2"], ["x", "yy", "z"])
         assert f["note"] == "second, replaced" and f.description("note") == "a note"

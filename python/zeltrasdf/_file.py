@@ -213,6 +213,10 @@ class File:
         return name in self.keys() if any(c in name for c in "*?#") else \
             _lib.Sdf_Exists(self._channel(), _b(name)) == 1
 
+    def get(self, name, default=None):
+        """The value, or default when no variable has that name."""
+        return self.read(name) if name in self else default
+
     def items(self):
         return [(k, self[k]) for k in self.keys()]
 
