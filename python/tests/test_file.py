@@ -216,3 +216,23 @@ def test_the_lock_keeps_a_second_writer_out(tmp_path):
         out = subprocess.run([os.sys.executable, "-c", script, str(path)], check=True,
                              capture_output=True, text=True, env=os.environ).stdout
     assert out.strip() == "3037"
+
+
+@pytest.mark.parametrize("index,value", [
+    ((slice(1, 3), 2, 1), [7.0, 8.0]),
+    ((slice(None), slice(0, 3, 2), 0), np.arange(8.0).reshape(4, 2)),
+    ((slice(None, None, -1), 1, slice(None)), np.arange(8.0).reshape(4, 2)),
+    ((Ellipsis, 1), -1.0),
+    ((0, 0, 0), 42.0),
+])
+def test_slice_writes_match_numpy_assignment(tmp_path, index, value):
+    path = tmp_path / "w.sdf"
+    want = np.arange(24.0).reshape(4, 3, 2)
+    with zeltrasdf.open(path, "w") as f:
+        f["x"] = want
+        f.write_slice("x", index, value)
+    want[index] = value
+    with zeltrasdf.open(path) as f:
+        np.testing.assert_array_equal(f["x"], want)
+        with pytest.raises(ValueError):
+            f.write_slice("x", (0,), [1.0, 2.0, 3.0, 4.0])  # doesn't broadcast to 3x2

@@ -334,9 +334,14 @@ class File:
         finally:
             _lib.Sdf_Free(block)
 
-    def _read_slice(self, name, code, shape, index):
+    @staticmethod
+    def _parse_index(name, shape, index):
+        """NumPy-style index -> begin, end, step (ascending), the counts per
+        dimension, which dimensions stay, which are turned around."""
         if not isinstance(index, tuple):
             index = (index,)
+        if sum(1 for i in index if i is Ellipsis) > 1:
+            raise IndexError("zeltrasdf: an index can only have a single ellipsis")
         if any(i is Ellipsis for i in index):
             k = index.index(Ellipsis)
             index = index[:k] + (slice(None),) * (len(shape) - len(index) + 1) + index[k + 1:]
@@ -347,11 +352,11 @@ class File:
         for k, (ix, n) in enumerate(zip(index, shape)):
             if isinstance(ix, slice):
                 r = range(*ix.indices(n))
-                if r.step < 0:  # read ascending, turn around afterwards
+                if r.step < 0:  # ascending in the file, turned around here
                     r = r[::-1]
                     flip.append(len(keep))
                 keep.append(True)
-            elif isinstance(ix, (int, np.integer)):
+            elif isinstance(ix, (int, np.integer)) and not isinstance(ix, bool):
                 i = int(ix)
                 if i < -n or i >= n:
                     raise IndexError(f"zeltrasdf: index {i} out of range for dimension {k} of {name!r} (extent {n})")
@@ -365,6 +370,10 @@ class File:
                 begin.append(r.start)
                 end.append(r[-1])
                 step.append(r.step)
+        return begin, end, step, counts, keep, flip
+
+    def _read_slice(self, name, code, shape, index):
+        begin, end, step, counts, keep, flip = self._parse_index(name, shape, index)
         full = tuple(counts)
         final = tuple(c for c, kp in zip(counts, keep) if kp)
         total = int(np.prod(full))
@@ -451,6 +460,39 @@ class File:
             buf = _stored(arr, code)
             _check(_lib.Sdf_Write_Array64(ch, _b(name), buf.ctypes.data, start, buf.size),
                    f"writing {name!r}")
+
+    def write_slice(self, name, index, value):
+        """Writes value into part of an existing array, as NumPy's
+        ``a[index] = value`` (value broadcast to the part's shape). Numeric
+        arrays only; a slice never makes the array grow."""
+        code, is_array = self._type(name)
+        if not is_array:
+            raise SdfError(3012, f"writing a slice of {name!r}: not an array")
+        if code == CHAR:
+            raise TypeError(f"zeltrasdf: {name!r}: slices of text arrays are not written")
+        shape = self._shape(name)
+        begin, end, step, counts, keep, flip = self._parse_index(name, shape, index)
+        final = tuple(c for c, kp in zip(counts, keep) if kp)
+        arr = np.asarray(value)
+        if _type_of_value(arr) == CHAR:
+            raise TypeError(f"zeltrasdf: text written into numeric {name!r}")
+        part = np.broadcast_to(arr, final)
+        if flip:
+            sl = [slice(None)] * part.ndim
+            for k in flip:
+                sl[k] = slice(None, None, -1)
+            part = part[tuple(sl)]
+        total = int(np.prod(counts))
+        if total == 0:
+            return
+        buf = _stored(part.reshape(tuple(counts)), code)
+        count = ctypes.c_int64()
+        tr = (ctypes.c_int32 * 8)()
+        _check(_lib.Sdf_Write_Slice64(self._channel(), _b(name), buf.ctypes.data, _dims64(begin),
+                                      _dims64(end), _dims64(step), tr, ctypes.byref(count)),
+               f"writing a slice of {name!r}")
+        if count.value != total:
+            raise SdfError(2020, f"slice of {name!r}: {count.value} of {total} elements written")
 
     def append(self, name, value):
         """Grows an array along its last dimension by the elements of value:

@@ -83,6 +83,8 @@ def _declare(lib):
         "Sdf_Write_Carray64": (c_int, [c_int, c_char_p, P(c_char_p), P(I64), I64]),
         "Sdf_Read_Slice64": (c_int, [c_int, c_char_p, P(c_void_p), P(I64), P(I64), P(I64),
                                      P(I32), P(I64), P(I64)]),
+        "Sdf_Write_Slice64": (c_int, [c_int, c_char_p, c_void_p, P(I64), P(I64), P(I64),
+                                      P(I32), P(I64)]),
         "Sdf_Read_Cslice64": (c_int, [c_int, c_char_p, P(c_void_p), P(I64), P(I64), P(I64),
                                       P(I32), P(I64), P(I64)]),
         "ZU_errNext": (c_void_p, [c_char_p, P(c_int)]),
