@@ -99,7 +99,7 @@ def test_round_trip_and_the_tool_agrees(tmp_path, sdf_tool, value):
     out = subprocess.run([sdf_tool, "export", "--json", str(path)], check=True,
                          capture_output=True, text=True).stdout
     var = json.loads(out)["variables"][0]
-    assert var["dims"] == list(value.shape) if "dims" in var else True
+    assert var["dims"] == list(value.shape) and var["units"] == "m/s"
     tool = np.array(var["value"])
     if value.dtype.kind == "c":
         tool = tool[..., 0] + 1j * tool[..., 1]
