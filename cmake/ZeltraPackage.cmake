@@ -127,3 +127,20 @@ zeltra_pc_path(ZELTRA_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
 zeltra_pc_path(ZELTRA_PC_INCLUDEDIR "${ZELTRA_INSTALL_INCLUDEDIR}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/zeltra-sdf.pc.in ${PROJECT_BINARY_DIR}/package/zeltra-sdf.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/zeltra-sdf.pc DESTINATION ${ZELTRA_INSTALL_PKGCONFIGDIR})
+
+# The Python package (pure Python over the shared library through ctypes):
+# into a folder Debian's interpreter searches for the prefixes /usr and
+# /usr/local, with _where.py telling it where the library lies from there.
+set(ZELTRA_PYTHON_INSTALL_DIR "lib/python3/dist-packages" CACHE STRING
+    "Where cmake --install puts the zeltrasdf Python package (relative to the prefix, or absolute)")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${ZELTRA_PYTHON_INSTALL_DIR}")
+  set(zeltra_py_lib "${CMAKE_INSTALL_FULL_LIBDIR}/libzeltra-sdf.so.${ZELTRA_SOVERSION}")
+else()
+  file(RELATIVE_PATH zeltra_py_lib "/prefix/${ZELTRA_PYTHON_INSTALL_DIR}/zeltrasdf"
+       "/prefix/${CMAKE_INSTALL_LIBDIR}/libzeltra-sdf.so.${ZELTRA_SOVERSION}")
+endif()
+file(WRITE ${PROJECT_BINARY_DIR}/python/_where.py
+     "# Written by CMake: the shared library, relative to this folder.\nLIBRARY_RELATIVE = \"${zeltra_py_lib}\"\n")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/zeltrasdf DESTINATION ${ZELTRA_PYTHON_INSTALL_DIR}
+        FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
+install(FILES ${PROJECT_BINARY_DIR}/python/_where.py DESTINATION ${ZELTRA_PYTHON_INSTALL_DIR}/zeltrasdf)

@@ -10,6 +10,7 @@ packages=(
   clang libclang-rt-14-dev
   gfortran
   libtomlplusplus-dev
+  python3-numpy python3-pytest
 )
 # The benchmarks' comparison library: only on request, never by default.
 if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then
