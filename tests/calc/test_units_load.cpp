@@ -102,7 +102,7 @@ TEST_F(UnitsLoad, TooManyBaseUnitsRevertToBuiltinTables)
 {
     std::string text = "keep = (m);";
     for (int i = 0; i < 15; ++i)
-        text += "b" + std::to_string(i) + " = [b" + std::to_string(i) + "];";
+        text.append("b").append(std::to_string(i)).append(" = [b").append(std::to_string(i)).append("];");
     ASSERT_EQ(ZU_unitsLoad(unitsFile("a", text).c_str()), ZU_UNIT_TOO_MANY_BASES);
     EXPECT_EQ(lastUnitMessage(),
               "Too many (33) base units defined: max. is 32.\nReverting to default definitions.");

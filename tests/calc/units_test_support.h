@@ -24,7 +24,7 @@ inline std::string dimsOf(const char *unit, double *scale = nullptr, double *off
 {
     char dims[ZU_UNIT_DIMS_SIZE];
     int rc = ZU_unitParse(unit, dims, scale, offset);
-    return rc ? "<" + std::to_string(rc) + ">" : std::string(dims);
+    return rc ? std::string("<").append(std::to_string(rc)).append(">") : std::string(dims);
 }
 
 // A unit text, the code it fails with, and the message (null: not checked).

@@ -110,9 +110,9 @@ TEST(XmlPath, SplitsOnSlashesOutsideBrackets) {
 TEST(XmlPath, TheSiblingIndexAnswersExactlyAsTheWalk) {
     String doc = "<r>";
     for (int i = 0; i < 200; ++i) {
-        doc += "<s id=\"" + std::to_string(i % 7) + "\" k=\"" + std::to_string(i % 3) + "\"";
+        doc.append("<s id=\"").append(std::to_string(i % 7)).append("\" k=\"").append(std::to_string(i % 3)).append("\"");
         if (i % 11 == 0) doc += " k=\"dup\"";  // a second k: only the first counts
-        doc += ">" + std::to_string(i % 5) + (i % 13 == 0 ? "<c/>" : "") + "</s><t/>";
+        doc.append(">").append(std::to_string(i % 5)).append(i % 13 == 0 ? "<c/>" : "").append("</s><t/>");
     }
     doc += "</r>";
     pugi::xml_document d;
