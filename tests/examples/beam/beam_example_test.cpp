@@ -15,9 +15,14 @@
 
 #include "sdf.h"
 
+#include "../example_support.h"
+
 namespace {
 
 namespace fs = std::filesystem;
+using example_support::slurp;
+using example_support::split;
+using example_support::shell;
 
 // Textbook cantilever with a tip force P: tip deflection P L^3 / 3EI, root
 // stress 6 P L / (b h^2), first mode (1.8751^2 / 2 pi L^2) sqrt(EI / rho A).
@@ -37,27 +42,6 @@ struct Cantilever {
 
 void expectNear(double got, double want, const std::string& what) {
     EXPECT_NEAR(got, want, 1e-5 * std::fabs(want) + 1e-12) << what;
-}
-
-std::string slurp(const std::string& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-int shell(const std::string& cmd) {
-    int status = std::system(cmd.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::vector<std::string> split(const std::string& s, char sep) {
-    std::vector<std::string> out(1);
-    for (char c : s) {
-        if (c == sep) out.emplace_back();
-        else out.back() += c;
-    }
-    return out;
 }
 
 class BeamExample : public ::testing::Test {

@@ -15,25 +15,13 @@
 #include <string>
 #include <vector>
 
+#include "../example_support.h"
+
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string slurp(const std::string& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-std::vector<std::string> split(const std::string& s, char sep) {
-    std::vector<std::string> out(1);
-    for (char c : s) {
-        if (c == sep) out.emplace_back();
-        else out.back() += c;
-    }
-    return out;
-}
+using example_support::slurp;
+using example_support::split;
 
 // The solver's iteration: the residual falls by (1 - relaxation) a step.
 struct Iteration {
