@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "sdf_array_helpers.h"
@@ -139,11 +140,12 @@ TEST_F(SdfTruncated, ShortReadInsideTheFileIsAnError) {
         sdf_io.pread = cutPread;
         void* p = nullptr;
         int32_t nread = 0;
-        const int rc = Sdf_Read_Array(ch, "dbles", &p, nullptr, 0, &nread);
+        int32_t start[8] = {1, 20};  // 80 bytes from byte 160: small enough for the cache
+        const int rc = Sdf_Read_Array(ch, "dbles", &p, start, 10, &nread);
         sdf_io.pread = sdf_io_default.pread;
         g_cut = -1;
-        EXPECT_NE(rc, 0) << (cached ? "cached" : "direct") << " read gave zeros for lost data";
-        EXPECT_TRUE(reported(3080) || reported(3083)) << (cached ? "cached" : "direct");
+        EXPECT_EQ(rc, 3000) << (cached ? "cached" : "direct") << " read gave zeros for lost data";
+        EXPECT_TRUE(reported(cached ? 3083 : 3080));
         Sdf_Free(p);
         ZU_errClear("*", 0);
         EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
@@ -156,19 +158,13 @@ TEST_F(SdfTruncated, SalvageCountsTheBytesBehindTheEnd) {
     writeBytes(file_, Bytes(full_.begin(), full_.begin() + cut));
     sdf_salvage* s = nullptr;
     ASSERT_EQ(sdf_salvage_open(file_.c_str(), &s), 0);
-    int64_t missing_dbles = -1, missing_ints = -1;
-    int dbles = -1;
-    for (int i = 0; i < sdf_salvage_count(s); i++) {
-        const sdf_salvage_var* v = sdf_salvage_get(s, i);
-        if (v->name && std::string(v->name) == "dbles") missing_dbles = v->missing, dbles = i;
-        if (v->name && std::string(v->name) == "ints") missing_ints = v->missing;
-    }
-    EXPECT_EQ(missing_dbles, data_[1].second - cut);
-    EXPECT_EQ(missing_ints, 0);
+    std::map<std::string, int> at;
+    for (int i = 0; i < sdf_salvage_count(s); i++) at[sdf_salvage_get(s, i)->name] = i;
+    EXPECT_EQ(sdf_salvage_get(s, at["dbles"])->missing, data_[1].second - cut);
+    EXPECT_EQ(sdf_salvage_get(s, at["ints"])->missing, 0);
     Bytes half(static_cast<size_t>(cut - data_[1].first));
-    ASSERT_EQ(sdf_salvage_read(s, dbles, 0, static_cast<int64_t>(half.size()) / 8, half.data()), 0);
-    const Bytes want = values(SDF_DBLE_T, 1000, 1);
-    EXPECT_EQ(memcmp(half.data(), want.data(), half.size()), 0);
+    ASSERT_EQ(sdf_salvage_read(s, at["dbles"], 0, static_cast<int64_t>(half.size()) / 8, half.data()), 0);
+    EXPECT_EQ(memcmp(half.data(), values(SDF_DBLE_T, 1000, 1).data(), half.size()), 0);
     sdf_salvage_close(s);
 }
 
