@@ -7,13 +7,18 @@
 // through a staging buffer so the caller's buffer stays native.
 //
 // The commit brackets the block writes with the header's dirty flag: set
-// before the first block, cleared after the last. When any step fails the
+// before the first block, cleared after the last. Before the flag is cleared
+// the file is extended (without writing, so it stays sparse) to the length
+// its header counts: a clean file this library leaves is never shorter than
+// its header says, so chunks allocated but never written lie inside it, and
+// a file found shorter at open or at a read was cut, not left unwritten. When any step fails the
 // flag stays set in memory too, and every later commit on this open file is
 // refused, since the file can no longer be trusted to match memory.
 #include <errno.h>
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <string>
@@ -123,7 +128,9 @@ int read_file(void* buf, const fcb* f, int block, const Place& p, int64_t offset
         errno = 0;
         ssize_t got = sdf_io.pread(f->ios->fd, out + done, static_cast<size_t>(want), pos + done);
         if (got < 0 && errno == EINTR) continue;
-        if (got == 0 && p.type < 0) {  // data never written reads as zeros
+        // Only data behind the length the file had reads as zeros: an end
+        // of file before it means the file was cut under this reader.
+        if (got == 0 && p.type < 0 && pos + done >= f->file->disk_bytes) {
             memset(out + done, 0, static_cast<size_t>(count - done));
             return 0;
         }
@@ -133,6 +140,22 @@ int read_file(void* buf, const fcb* f, int block, const Place& p, int64_t offset
         }
         done += got;
     }
+    return 0;
+}
+
+// Extends the file to the header's length when it is shorter; 0 or 3081.
+int cover_length(fcb* f) {
+    sdfile* s = f->file;
+    const int64_t length = static_cast<int64_t>(s->hdr->file_chunks) * s->hdr->chunk_size;
+    if (length <= s->disk_bytes) return 0;
+    struct stat st {};
+    std::string why;
+    if (sdf_io.fstat(f->ios->fd, &st) != 0)
+        why = "FSTAT\n" + std::string(sdf_sys_error());
+    else if (st.st_size < length && sdf_io.ftruncate(f->ios->fd, length) != 0)
+        why = "FTRUNCATE length = " + num(length) + "\n" + sdf_sys_error();
+    if (!why.empty()) return sdf_error("sdf_write_modified_blocks", 3081, 0, f->number, s->name, why.c_str());
+    s->disk_bytes = std::max<int64_t>(length, st.st_size);
     return 0;
 }
 
@@ -269,6 +292,10 @@ int sdf_write_modified_blocks(fcb* f) {
     // Marks without a buffer to write (the header's own row, or rows left
     // behind the table's end) are settled by the header write below.
     for (int b = 0; b < k->capacity && k->modified > 0; b++) sdf_touch(s, nullptr, b, 0);
+    if ((rc = cover_length(f)) != 0) {
+        s->hdr->guard = SDF_GUARD_DIRTY;
+        return sdf_error_chain(R, rc, "cover_length");
+    }
     rc = sdf_write_hdr(f, 0);
     if (rc) return sdf_error_chain(R, rc, "sdf_write_hdr");
     return 0;

@@ -221,12 +221,14 @@ int fill_row(fcb* f, sdf_cache* c, sdf_cache_row& b) {
         errno = 0;
         ssize_t got = sdf_io.pread(f->ios->fd, b.data + done, static_cast<size_t>(n - done), pos + done);
         if (got < 0 && errno == EINTR) continue;
-        if (got == 0) {  // behind the end of the file: reads as zeros
+        // Behind the length the file had, chunks never written read as
+        // zeros; an end before it means the file was cut under the reader.
+        if (got == 0 && pos + done >= f->file->disk_bytes) {
             memset(b.data + done, 0, static_cast<size_t>(n - done));
             return 0;
         }
-        if (got < 0) {
-            std::string why = "FREAD nobj = " + std::to_string(n) + "\n" + sdf_sys_error();
+        if (got <= 0) {
+            std::string why = "FREAD nobj = " + std::to_string(n) + "\n" + (got < 0 ? sdf_sys_error() : "end of file");
             return sdf_error("sdf_get_cache", 3083, f->number, f->file->name, why.c_str());
         }
         done += got;

@@ -14,6 +14,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include "sdf_inner.h"
@@ -277,6 +278,7 @@ int sdf_close_file(fcb* f, int commit) {
         rc = sdf_write_modified_blocks(f);
         if (rc) return sdf_error_chain(R, rc, "sdf_write_modified_blocks");
         const int64_t length = static_cast<int64_t>(s->hdr->file_chunks) * s->hdr->chunk_size;
+        if (trimmed) s->disk_bytes = std::min(s->disk_bytes, length);
         if (trimmed && sdf_io.ftruncate(f->ios->fd, length) != 0) {
             std::string why = "FTRUNCATE length = " + std::to_string(length) + "\n" + sdf_sys_error();
             rc = sdf_error(R, 3081, 0, f->number, s->name, why.c_str());
@@ -433,6 +435,7 @@ extern "C" int sdf_read_blkinf(fcb* f) {
     if (sdf_io.fstat(f->ios->fd, &st) != 0)
         return sdf_error(R, 3080, 0, f->number, s->name, sdf_sys_error());
     t.file_bytes = st.st_size;
+    s->disk_bytes = st.st_size;
     if (t.cs < SDF_RECORD_BYTES || t.cs > kMaxChunk || t.cs % SDF_RECORD_BYTES != 0)
         return t.corrupt("chunk size " + std::to_string(t.cs) + " out of range.");
     if (h->file_chunks < 1) return t.corrupt("file chunk count out of range" + t.at(0));

@@ -223,6 +223,11 @@ typedef struct sdfile {
     int32_t locked;
     int32_t handles;
     int32_t first_channel; /* head of the chain of channels on this file */
+    int64_t disk_bytes;    /* bytes the file is known to hold on disk: its size
+                              at open, raised when a commit extends it to the
+                              header's length. A read that meets the end of
+                              the file before this point found a file cut
+                              short under it, and fails. */
     struct fcb *writer;    /* a writable channel on this file, or null: the
                               commit forced by evicting a modified chrvar
                               buffer runs through it */

@@ -354,6 +354,10 @@ void sdf_salvage::check_array(const sdf_varrec& r, Candidate& c) {
         c.piece_end.push_back(have);
         c.essential.push_back({b, -1});
     }
+    // A clean file covers every chunk its header counts, so element bytes
+    // behind the end were written once and cut off.
+    for (const auto& piece : c.pieces)
+        c.v.missing += std::max<int64_t>(0, piece.first + piece.second - std::max(piece.first, size));
 }
 
 void sdf_salvage::check_record(const sdf_varrec& r, Candidate& c) {

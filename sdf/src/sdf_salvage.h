@@ -52,6 +52,8 @@ typedef struct sdf_salvage_var {
     const char *text;      /* a string scalar's value */
     unsigned char value[16]; /* a numeric scalar's value, native order */
     int64_t modified;      /* the record's time stamp */
+    int64_t missing;       /* bytes of an array's elements behind the end of
+                              the file (cut off): they read as zeros */
     const char *lost;      /* null when the variable can be copied, else why not */
 } sdf_salvage_var;
 

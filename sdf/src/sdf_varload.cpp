@@ -276,13 +276,25 @@ sdf_slotref dims_ref(const sdf_varrec* r) { return sdf_slotref{r->value.i[0], r-
 // other array, chunks adding up to the record's total, and room in them for
 // every element the dimensions (rank 0: none known) give. `claimed` marks
 // the data blocks of the arrays checked so far.
+//
+// The elements must also lie inside the file as it is on disk. A commit
+// extends the file to the header's length, so chunks allocated and never
+// written lie inside it; element bytes behind the end were written and cut
+// off. Only bytes behind the last element (a chain's reserve, the rest of
+// its last chunk) may be missing, for nothing ever writes them.
 int check_data_chain(sdfile* s, const sdf_varrec* r, const int64_t* dims, int varno, std::vector<bool>& claimed) {
     static const char* R = "sdf_read_arrdim";
     const int first = r->value.i[2], total = r->value.i[3];
     if (total < 0 || (first == 0) != (total == 0))
         return sdf_corrupt(R, s, "bad data chain at variable %d.", varno);
+    int64_t bytes = r->elen;
+    for (int k = 1; k <= dims[0]; k++)
+        if (__builtin_mul_overflow(bytes, dims[k], &bytes))
+            return sdf_corrupt(R, s, "bad dimensions at variable %d.", varno);
+    if (dims[0] == 0) bytes = 0;  // no extents known: no element to find
+    const int64_t cs = s->hdr->chunk_size;
     const int type = -sdf_swap_width(SDF_BASE_TYPE(r->type));
-    int64_t sum = 0;
+    int64_t sum = 0, missing = 0;
     for (int b = first, steps = 0; b != 0; b = ent(s, b)->next, steps++) {
         if (!in_table(s, b) || steps >= s->blks->count || claimed[b])
             return sdf_corrupt(R, s, "bad data chain at variable %d.", varno);
@@ -291,15 +303,19 @@ int check_data_chain(sdfile* s, const sdf_varrec* r, const int64_t* dims, int va
             static_cast<int64_t>(e->start) + e->chunks > s->hdr->file_chunks)
             return sdf_corrupt(R, s, "bad data block %d at variable %d.", b, varno);
         claimed[b] = true;
+        // Element bytes of this block: those of the stream sum*cs.. that
+        // fall before `bytes`.
+        const int64_t held = std::min<int64_t>(std::max<int64_t>(bytes - sum * cs, 0), e->chunks * cs);
+        const int64_t at = e->start * cs;
+        missing += std::max<int64_t>(0, at + held - std::max(at, s->disk_bytes));
         sum += e->chunks;
     }
     if (sum != total) return sdf_corrupt(R, s, "data chain of variable %d is not %d chunks.", varno, total);
-    int64_t bytes = r->elen;
-    for (int k = 1; k <= dims[0]; k++)
-        if (__builtin_mul_overflow(bytes, dims[k], &bytes))
-            return sdf_corrupt(R, s, "bad dimensions at variable %d.", varno);
-    if (dims[0] > 0 && bytes > static_cast<int64_t>(total) * s->hdr->chunk_size)
+    if (bytes > static_cast<int64_t>(total) * cs)
         return sdf_corrupt(R, s, "data chain too short at variable %d.", varno);
+    if (missing > 0)
+        return sdf_corrupt(R, s, "%lld data bytes of variable %d lie behind the end of the file.",
+                           static_cast<long long>(missing), varno);
     return 0;
 }
 

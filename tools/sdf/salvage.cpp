@@ -5,7 +5,8 @@
 // Invariants: the input is only ever read (no lock file is made beside it);
 // the output is never an existing file unless --force says so, and never the
 // input itself, by whatever path it is named. Exit codes: 0 every record
-// recovered whole from a file closed cleanly; 3 some records or texts lost,
+// recovered whole from a file closed cleanly; 3 some records, texts or array
+// data (cut off the end of the file) lost,
 // part of the file unreadable, or the file marked dirty (what its cut commit
 // was writing may be mixed); 1 nothing could be read or the output could not
 // be written; 2 the command line is wrong (this includes an output that
@@ -97,7 +98,7 @@ int cmdSalvage(const Args& a) {
         complain("salvage: %s could not be written (code %d)", printable(out).c_str(), rc);
         return kFailed;
     }
-    int recovered = 0, lost = 0, partial = 0;
+    int recovered = 0, lost = 0, partial = 0, cut = 0;
     for (int i = 0; i < n; i++) {
         const sdf_salvage_var& v = *sdf_salvage_get(s, i);
         if (outcome[i] == SDF_SALVAGE_COPIED) {
@@ -106,6 +107,10 @@ int cmdSalvage(const Args& a) {
             if (v.units_lost) extra += ", units lost";
             if (v.desc_lost) extra += ", description lost";
             if (!extra.empty()) partial++;
+            if (v.missing > 0) {  // counted apart: the summary's partial text names texts
+                extra += ", " + std::to_string(v.missing) + " data bytes cut off the end of the file (zeros)";
+                cut++;
+            }
             std::printf("recovered  %s: %s%s\n", label(v).c_str(), describe(v).c_str(), extra.c_str());
         } else {
             lost++;
@@ -115,12 +120,13 @@ int cmdSalvage(const Args& a) {
     }
     std::printf("summary:    %d of %d variables recovered into %s", recovered, n, printable(out).c_str());
     if (partial) std::printf(" (%d without their units or description)", partial);
+    if (cut) std::printf(" (%d with data cut off)", cut);
     std::printf(", %d lost\n", lost);
     // A note means part of the file could not be read, so records may be
     // missing that the report can't even name.
     const bool unread = sdf_salvage_note(s, 0) != nullptr || f.guard_state == 1;
     sdf_salvage_close(s);
-    return lost || partial || unread ? kSalvageLosses : kOk;
+    return lost || partial || cut || unread ? kSalvageLosses : kOk;
 }
 
 }  // namespace sdftool
