@@ -92,6 +92,22 @@ private:
         auto r = readResult(designRecordPath(study_, designs_[index]));
         return r && r->design == designs_[index].number;
     }
+    // Slurm signals every process of a task it ends, the solver too, so a
+    // worker may record a failure ("killed by signal 15") before it learns
+    // that it is being stopped itself. Such a record tells Slurm's doing as
+    // the solver's: it is dropped, and Slurm's reason (or, after a cancel,
+    // no record at all) stands instead. A design that finished ok stays.
+    bool killedBySlurm(std::size_t index, const std::string& state) const {
+        static const std::set<std::string> killing = {"CANCELLED", "TIMEOUT",   "NODE_FAIL",
+                                                      "OUT_OF_MEMORY", "PREEMPTED", "DEADLINE"};
+        if (!killing.count(state)) return false;
+        const std::string path = designRecordPath(study_, designs_[index]);
+        auto r = readResult(path);
+        if (!r || r->status == "ok") return false;
+        std::error_code ec;
+        fs::remove(path, ec);
+        return true;
+    }
     // The record's errors and warnings on the terminal, as a local worker
     // would have shown them while it ran.
     void showMessages(std::size_t index, Console& console) const;
@@ -231,9 +247,10 @@ bool SlurmLauncher::run(const std::vector<std::size_t>& todo, LaunchEvents& even
                 auto it = tasks.find(number);
                 if (it != tasks.end() && !taskEnded(it->second.state)) continue;
                 TaskEnd end;
-                if (hasRecord(i)) {
+                const std::string state = it == tasks.end() ? "" : it->second.state;
+                if (hasRecord(i) && !killedBySlurm(i, state)) {
                     showMessages(i, console);
-                } else if (cancelled || (it != tasks.end() && it->second.state == "CANCELLED")) {
+                } else if (cancelled || state == "CANCELLED") {
                     if (!cancelled)
                         console.logLine(4, number, "its Slurm task was cancelled; it runs again next time");
                     end.kind = TaskEnd::Kind::Interrupted;

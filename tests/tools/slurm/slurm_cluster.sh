@@ -14,10 +14,9 @@ cmd=${1:-}
 dir=${2:-}
 [ -n "$cmd" ] && [ -n "$dir" ] || { echo "usage: $0 start|stop DIR" >&2; exit 2; }
 
-# Waits up to $2 tenths of a second for the process in pid file $1 to end.
+# Waits up to $2 tenths of a second for process $1 to end.
 wait_gone() {
-  local pid
-  pid=$(cat "$1" 2>/dev/null) || return 0
+  local pid=$1
   for _ in $(seq "$2"); do
     kill -0 "$pid" 2>/dev/null || return 0
     sleep 0.1
@@ -31,19 +30,26 @@ stop_daemon() {
   pid=$(cat "$pidfile")
   if [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; then
     kill -TERM "$pid" 2>/dev/null || true
-    if ! wait_gone "$pidfile" 100; then
+    if ! wait_gone "$pid" 100; then
       echo "slurm_cluster: $pidfile ($pid) did not stop; killing it" >&2
       kill -KILL "$pid" 2>/dev/null || true
-      wait_gone "$pidfile" 50 || true
+      wait_gone "$pid" 50 || true
+      rm -f "$pidfile"
+      return 1
     fi
   fi
   rm -f "$pidfile"
 }
 
+# Stops everything; fails when a job or a daemon was left: the tests must
+# leave nothing behind.
 stop() {
   [ -d "$dir" ] || return 0
+  local left="" jobs=""
   if [ -f "$dir/slurm.conf" ] && [ -f "$dir/slurmctld.pid" ]; then
     export SLURM_CONF="$dir/slurm.conf"
+    jobs=$(squeue -h -o '%i %T %j' 2>/dev/null || true)
+    [ -n "$jobs" ] && left="jobs still queued: $jobs"
     scancel --full --quiet --user="$(id -un)" 2>/dev/null || true
     # Jobs first, so no task outlives the daemons that would end it.
     for _ in $(seq 100); do
@@ -51,9 +57,13 @@ stop() {
       sleep 0.1
     done
   fi
-  stop_daemon "$dir/slurmd.pid"
-  stop_daemon "$dir/slurmctld.pid"
-  stop_daemon "$dir/munged.pid"
+  stop_daemon "$dir/slurmd.pid" || left="$left slurmd"
+  stop_daemon "$dir/slurmctld.pid" || left="$left slurmctld"
+  stop_daemon "$dir/munged.pid" || left="$left munged"
+  if [ -n "$left" ]; then
+    echo "slurm_cluster: left behind: $left" >&2
+    return 1
+  fi
 }
 
 free_port() {
@@ -65,7 +75,7 @@ fail_start() {
   for log in munged.log slurmctld.log slurmd.log; do
     [ -f "$dir/$log" ] && { echo "--- $log" >&2; tail -n 20 "$dir/$log" >&2; }
   done
-  stop
+  stop || true
   exit 1
 }
 
@@ -73,7 +83,7 @@ start() {
   for tool in munged slurmctld slurmd sinfo squeue sbatch scancel; do
     command -v "$tool" >/dev/null || { echo "slurm_cluster: $tool not found; scripts/setup.sh installs slurm-wlm and munge" >&2; exit 1; }
   done
-  stop  # what an earlier start in this folder may have left
+  stop || true  # what an earlier start in this folder may have left
   rm -rf "$dir"
   mkdir -p "$dir/state" "$dir/spool"
   chmod 0700 "$dir"
