@@ -46,6 +46,10 @@ public:
     // refused the job or couldn't be reached); what was said is logged.
     virtual bool run(const std::vector<std::size_t>& todo, LaunchEvents& events,
                      const volatile std::sig_atomic_t& stop) = 0;
+    // Asked before anything of the runs folder changes (--fresh clears it):
+    // false, with the reason logged, when designs of this runs folder may
+    // still be running from an earlier start.
+    virtual bool canStart(Console&) { return true; }
 };
 
 // The flag SIGINT and SIGTERM raise once installStopHandlers ran.

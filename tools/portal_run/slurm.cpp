@@ -78,6 +78,7 @@ public:
 
     bool run(const std::vector<std::size_t>& todo, LaunchEvents& events,
              const volatile std::sig_atomic_t& stop) override;
+    bool canStart(Console& console) override { return noEarlierJob(console); }
 
 private:
     ToolResult tool(const std::string& program, const std::vector<std::string>& args) const;
@@ -142,6 +143,11 @@ bool SlurmLauncher::noEarlierJob(Console& console) const {
     std::string id = readAll(jobFile_);
     id.erase(id.find_last_not_of(" \n") + 1);
     if (id.empty()) return true;
+    if (id.find_first_not_of("0123456789") != std::string::npos) {
+        console.logLine(2, 0, jobFile_ + " holds no job id; remove it once no Slurm job of this "
+                                         "runs folder runs");
+        return false;
+    }
     const ToolResult q = tool("squeue", {"-h", "-j", id, "-o", "%i"});
     if (q.ok && q.out.find_first_not_of(" \n") != std::string::npos) {
         console.logLine(2, 0, "Slurm job " + id + " of this runs folder is still in the queue; "
@@ -208,7 +214,7 @@ bool SlurmLauncher::run(const std::vector<std::size_t>& todo, LaunchEvents& even
         console.logLine(2, 0, "cannot create " + dir_ + ": " + ec.message());
         return false;
     }
-    if (!noEarlierJob(console) || stop || !submit(todo, console)) return false;
+    if (stop || !submit(todo, console)) return false;
     for (std::size_t i : todo) events.started(i);
 
     std::vector<std::size_t> left = todo;

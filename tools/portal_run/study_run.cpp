@@ -162,13 +162,14 @@ int Scheduler::finish(double seconds) {
 int Scheduler::run() {
     const auto t0 = std::chrono::steady_clock::now();
     installStopHandlers();
-    if (!prepareRuns()) return kExitWrite;
-    const std::vector<std::size_t> todo = designsToRun();
-    showProgress();
     std::unique_ptr<Launcher> launcher =
         study_.scheduler == SchedulerKind::Slurm
             ? makeSlurmLauncher(study_, designs_, options_)
             : makeLocalLauncher(study_, designs_, plugin_, options_);
+    if (!launcher->canStart(console_)) return kExitLaunch;
+    if (!prepareRuns()) return kExitWrite;
+    const std::vector<std::size_t> todo = designsToRun();
+    showProgress();
     if (!todo.empty() && !launcher->run(todo, *this, stopFlag())) launchFailed_ = true;
     running_ = 0;
     return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
