@@ -54,7 +54,10 @@ std::string firstLine(const std::string& text) {
 
 std::string commandLine(const std::string& program, const std::vector<std::string>& args) {
     std::string line = program;
-    for (const std::string& a : args) line += " " + shellWord(a);
+    for (const std::string& a : args) {
+        line += ' ';
+        line += shellWord(a);
+    }
     return line;
 }
 
@@ -305,11 +308,18 @@ std::string arraySpec(std::vector<int> numbers, int limit) {
     for (std::size_t i = 0; i < numbers.size();) {
         std::size_t j = i;
         while (j + 1 < numbers.size() && numbers[j + 1] == numbers[j] + 1) ++j;
-        spec += (spec.empty() ? "" : ",") + std::to_string(numbers[i]);
-        if (j > i) spec += "-" + std::to_string(numbers[j]);
+        if (!spec.empty()) spec += ',';
+        spec += std::to_string(numbers[i]);
+        if (j > i) {
+            spec += '-';
+            spec += std::to_string(numbers[j]);
+        }
         i = j + 1;
     }
-    if (limit > 0) spec += "%" + std::to_string(limit);
+    if (limit > 0) {
+        spec += '%';
+        spec += std::to_string(limit);
+    }
     return spec;
 }
 
@@ -339,8 +349,14 @@ std::string batchScript(const Study& study, const RunOptions& options) {
         "# Written by portal-run for the study " + study.name + ": each task of the job\n"
         "# array runs the design whose number is the task's index.\n"
         "exec " + shellWord(options.program) + " --worker \"$SLURM_ARRAY_TASK_ID\"";
-    for (const std::string& o : options.workerOptions) script += " " + shellWord(o);
-    return script + " " + shellWord(study.path) + "\n";
+    for (const std::string& o : options.workerOptions) {
+        script += ' ';
+        script += shellWord(o);
+    }
+    script += ' ';
+    script += shellWord(study.path);
+    script += '\n';
+    return script;
 }
 
 std::map<int, TaskState> parseQueue(const std::string& text) {
