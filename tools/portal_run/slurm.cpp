@@ -82,6 +82,11 @@ public:
     bool run(const std::vector<std::size_t>& todo, LaunchEvents& events,
              const volatile std::sig_atomic_t& stop) override;
     bool canStart(Console& console) override { return noEarlierJob(console); }
+    ~SlurmLauncher() override {
+        std::error_code ec;
+        fs::remove(dir_ + "/.command.out", ec);
+        fs::remove(dir_ + "/.command.err", ec);
+    }
 
 private:
     ToolResult tool(const std::string& program, const std::vector<std::string>& args) const;
