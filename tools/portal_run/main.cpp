@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "console.h"
 #include "designs.h"
@@ -17,8 +18,10 @@
 #include "process.h"
 #include "results.h"
 #include "reuse.h"
+#include "scheduler.h"
 #include "study.h"
 #include "study_run.h"
+#include "worker.h"
 
 // Where the plug-in lies relative to portal-run's own folder: the same in the
 // build tree and in an installed tree, so no build path is compiled in.
@@ -43,8 +46,13 @@ const char* const kUsage =
     "plug-in are all unchanged; any other runs again, and the summary says why.\n"
     "\n"
     "options:\n"
-    "  -j, --jobs N      run N designs at a time (default 1), each in a process\n"
-    "                    of its own with its own portal\n"
+    "  -j, --jobs N      run N designs at a time (default 1; under Slurm: no limit\n"
+    "                    of portal-run's), each in a process of its own with its\n"
+    "                    own portal\n"
+    "  --scheduler KIND  local (default) or slurm: hand the designs to Slurm as\n"
+    "                    one job array, over the study's [scheduler] type\n"
+    "  --worker N        run design N alone in its run folder and record it, as\n"
+    "                    each Slurm task does; the CSV is left to the study's run\n"
     "  --plugin PATH     the portal plug-in to load (default: the one that\n"
     "                    comes with portal-run, " ZELTRA_PLUGIN_FROM_BIN "\n"
     "                    from the folder portal-run lies in)\n"
@@ -85,7 +93,7 @@ const char* const kUsage =
     "  name = \"deflection\"\n"
     "\n"
     "[design] method = \"grid\" (default), \"list\" or \"lhs\" (with samples and\n"
-    "seed). All keys: docs/study-format.md.\n"
+    "seed). All keys: docs/study-format.md; Slurm: docs/slurm.md.\n"
     "\n"
     "A design fails, and the study goes on, when the solver exits with a code\n"
     "other than 0, passes the time limit, prints an \"ERROR:\" message, or a\n"
@@ -99,6 +107,8 @@ const char* const kUsage =
     "  3    the study file can't be read or is invalid\n"
     "  4    the plug-in can't be loaded or has no such portal\n"
     "  5    a run folder or the results can't be written\n"
+    "  6    the designs couldn't be started or followed (Slurm refused the\n"
+    "       job or couldn't be reached)\n"
     "  130  interrupted; a re-run goes on from there\n";
 
 struct Options {
@@ -107,6 +117,8 @@ struct Options {
     std::string runs;
     std::map<std::string, std::string> settings;
     RunOptions run;
+    std::string scheduler;  // empty: the study's
+    int worker = 0;         // a design number: run that one alone
     bool dryRun = false;
     bool quiet = false;
     bool readLocks = false;
@@ -123,7 +135,7 @@ int parseArgs(int argc, char** argv, Options& o) {
         std::string a = argv[i];
         std::string value;
         const bool takesValue = a == "-j" || a == "--jobs" || a == "--plugin" || a == "--runs" ||
-                                a == "--set";
+                                a == "--set" || a == "--scheduler" || a == "--worker";
         if (auto eq = a.find('='); a.rfind("--", 0) == 0 && eq != std::string::npos) {
             value = a.substr(eq + 1);
             a = a.substr(0, eq);
@@ -138,6 +150,17 @@ int parseArgs(int argc, char** argv, Options& o) {
             if (value.empty() || *end || n < 1 || n > 256)
                 return usageError("--jobs needs a number from 1 to 256, not '" + value + "'");
             o.run.jobs = static_cast<int>(n);
+            o.run.jobsGiven = true;
+        } else if (a == "--scheduler") {
+            if (value != "local" && value != "slurm")
+                return usageError("--scheduler is local or slurm, not '" + value + "'");
+            o.scheduler = value;
+        } else if (a == "--worker") {
+            char* end = nullptr;
+            long n = std::strtol(value.c_str(), &end, 10);
+            if (value.empty() || *end || n < 1 || n > 100000000)
+                return usageError("--worker needs a design number, not '" + value + "'");
+            o.worker = static_cast<int>(n);
         } else if (a == "--plugin") {
             o.plugin = value;
         } else if (a == "--runs") {
@@ -167,6 +190,8 @@ int parseArgs(int argc, char** argv, Options& o) {
         }
     }
     if (o.study.empty()) return usageError("no study file given");
+    if (o.worker && (o.run.fresh || o.dryRun || !o.scheduler.empty()))
+        return usageError("--worker runs one design: not with --fresh, --dry-run or --scheduler");
     return 0;
 }
 
@@ -179,6 +204,39 @@ void listDesigns(const Study& study, const std::vector<Design>& designs) {
         for (const std::string& v : parameterTexts(d)) std::printf(",%s", csvField(v).c_str());
         std::printf("\n");
     }
+}
+
+// portal-run's own file, for the Slurm tasks that run it as a worker.
+std::string ownProgram() {
+    std::error_code ec;
+    auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    return ec ? std::string("portal-run") : self.string();
+}
+
+// The options that make a worker run its design the way this run would:
+// the same plug-in, runs folder and settings.
+std::vector<std::string> workerOptions(const Options& o, const Study& study) {
+    std::vector<std::string> out = {"--plugin", std::filesystem::absolute(o.plugin).string(),
+                                    "--runs", study.runs};
+    for (const auto& [k, v] : o.settings) out.push_back("--set=" + k + "=" + v);
+    if (o.readLocks) out.push_back("--read-locks");
+    if (o.quiet) out.push_back("--quiet");
+    return out;
+}
+
+int runOneDesign(const Options& o, const Study& study, const std::vector<Design>& designs,
+                 const Plugin& plugin) {
+    std::size_t index = designs.size();
+    for (std::size_t i = 0; i < designs.size(); ++i)
+        if (designs[i].number == o.worker) index = i;
+    if (index == designs.size())
+        return usageError("the study has no design " + std::to_string(o.worker) + " (it has " +
+                          countOf(designs.size(), "design") + ")");
+    std::error_code ec;
+    std::filesystem::create_directories(study.runs, ec);
+    installStopHandlers();
+    Console console(o.quiet, false);
+    return runWorker(study, designs, index, plugin, o.run, console, &stopFlag());
 }
 
 }  // namespace
@@ -196,6 +254,8 @@ int main(int argc, char** argv) {
         study = loadStudy(o.study);
         if (!o.runs.empty()) study.runs = std::filesystem::absolute(o.runs).lexically_normal().string();
         designs = generateDesigns(study);
+        if (o.scheduler == "slurm") study.scheduler = SchedulerKind::Slurm;
+        if (o.scheduler == "local") study.scheduler = SchedulerKind::Local;
     } catch (const StudyError& e) {
         std::fprintf(stderr, "portal-run: %s\n", e.what());
         return kExitStudy;
@@ -244,6 +304,9 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "portal-run: %s\n", error.c_str());
         return kExitStudy;
     }
+    if (o.worker) return runOneDesign(o, study, designs, plugin);
+    o.run.program = ownProgram();
+    o.run.workerOptions = workerOptions(o, study);
     Console console(o.quiet, ::isatty(2) == 1);
     return runStudy(study, designs, plugin, o.run, console);
 }

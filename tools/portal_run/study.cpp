@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -346,6 +347,76 @@ void readDesign(const Reader& r, const toml::table& root, Study& s) {
     }
 }
 
+// sbatch options portal-run sets itself: one given again would send the
+// tasks' output or designs elsewhere than the runner looks for them.
+bool runnerOwnsOption(const std::string& option) {
+    for (const char* own : {"--array", "-a", "--output", "-o", "--error", "-e", "--parsable",
+                            "--wrap", "--job-name", "-J", "--chdir", "-D", "--wait", "-W"}) {
+        const std::string o = own;
+        if (option == o || option.rfind(o + "=", 0) == 0) return true;
+        if (o.size() == 2 && option.size() > 2 && option.rfind(o, 0) == 0) return true;
+    }
+    return false;
+}
+
+// A value that sbatch takes as text, also given as a whole number of units.
+std::optional<std::string> sbatchValue(const Reader& r, const toml::table& t, const char* key,
+                                       const std::regex& form, const char* what) {
+    const toml::node* n = t.get(key);
+    if (!n) return std::nullopt;
+    std::string text;
+    if (auto i = n->as_integer()) {
+        if (i->get() < 1) r.fail(n, "[scheduler]", std::string("'") + key + "' must be at least 1");
+        text = std::to_string(i->get());
+    } else if (auto s = n->as_string()) {
+        text = s->get();
+    } else {
+        r.fail(n, "[scheduler]", std::string("'") + key + "' must be a string or an integer");
+    }
+    if (!std::regex_match(text, form))
+        r.fail(n, "[scheduler]", std::string("'") + key + "' = \"" + text + "\" is not " + what);
+    return text;
+}
+
+void readScheduler(const Reader& r, const toml::table& root, Study& s) {
+    const toml::table* t = r.table(root, "scheduler");
+    if (!t) return;
+    const char* where = "[scheduler]";
+    r.checkKeys(*t, where, {"type", "partition", "time", "cpus", "memory", "sbatch_options"});
+    const std::string type = r.string(*t, "type", where).value_or("local");
+    if (type == "local") s.scheduler = SchedulerKind::Local;
+    else if (type == "slurm") s.scheduler = SchedulerKind::Slurm;
+    else r.fail(t->get("type"), where, "unknown type '" + type + "' (local or slurm)");
+    s.slurm.partition = r.string(*t, "partition", where).value_or("");
+    if (s.slurm.partition.find_first_of(" \t\n") != std::string::npos)
+        r.fail(t->get("partition"), where, "'partition' must be one name");
+    static const std::regex timeForm(
+        R"((\d+-\d+(:\d+){0,2}|\d+(:\d+){0,2}|UNLIMITED|INFINITE|unlimited|infinite))");
+    static const std::regex memoryForm(R"(\d+[KMGTkmgt]?)");
+    s.slurm.time = sbatchValue(r, *t, "time", timeForm,
+                               "a Slurm time (minutes, MM:SS, HH:MM:SS, D-HH:MM)").value_or("");
+    s.slurm.memory =
+        sbatchValue(r, *t, "memory", memoryForm, "a size (megabytes, or with K, M, G or T)")
+            .value_or("");
+    if (auto cpus = r.integer(*t, "cpus", where)) {
+        if (*cpus < 1 || *cpus > 100000) r.fail(t->get("cpus"), where, "'cpus' must be from 1 to 100000");
+        s.slurm.cpus = static_cast<int>(*cpus);
+    }
+    if (const toml::node* n = t->get("sbatch_options")) {
+        const toml::array* a = n->as_array();
+        if (!a) r.fail(n, where, "'sbatch_options' must be an array of strings");
+        for (const toml::node& o : *a) {
+            if (!o.is_string()) r.fail(&o, where, "'sbatch_options' must be an array of strings");
+            const std::string option = o.as_string()->get();
+            if (option.empty() || option[0] != '-')
+                r.fail(&o, where, "sbatch option '" + option + "' must begin with '-' (one option per string, as --name=value)");
+            if (runnerOwnsOption(option))
+                r.fail(&o, where, "sbatch option '" + option + "' is set by portal-run itself");
+            s.slurm.options.push_back(option);
+        }
+    }
+}
+
 void readTexts(const Reader& r, const toml::table& root, Study& s) {
     if (const toml::table* t = r.table(root, "settings"))
         for (auto&& [k, v] : *t)
@@ -400,7 +471,7 @@ Study build(const toml::table& root, const std::string& path) {
     s.file = path;
     Reader r(path, s.dir);
     r.checkKeys(root, "", {"study", "solver", "design", "parameters", "inputs", "outputs",
-                           "responses", "settings", "properties"});
+                           "responses", "settings", "properties", "scheduler"});
     s.name = fs::path(path).stem().string();
     std::string runs = "runs";
     if (const toml::table* t = r.table(root, "study")) {
@@ -416,6 +487,7 @@ Study build(const toml::table& root, const std::string& path) {
     s.runs = r.path(runs);
     readSolver(r, root, s);
     readDesign(r, root, s);
+    readScheduler(r, root, s);
 
     std::set<std::string> names;
     auto params = r.tables(root, "parameters");

@@ -62,6 +62,19 @@ struct Response {
 
 enum class Method { Grid, List, Lhs };
 
+// Where the designs run: worker processes on this machine, or the tasks of a
+// Slurm job array. The Slurm settings are what each task asks for; empty
+// texts and 0 leave Slurm's defaults.
+enum class SchedulerKind { Local, Slurm };
+
+struct SlurmSettings {
+    std::string partition;
+    std::string time;    // per design, in sbatch's --time form
+    int cpus = 0;        // per design
+    std::string memory;  // per design, in sbatch's --mem form
+    std::vector<std::string> options;  // further sbatch options, each one word
+};
+
 struct Study {
     std::string path;  // the study file, absolute
     std::string file;  // the study file as it was named: messages use it
@@ -78,6 +91,9 @@ struct Study {
     Method method = Method::Grid;
     long long samples = 0;
     std::uint64_t seed = 1;
+
+    SchedulerKind scheduler = SchedulerKind::Local;
+    SlurmSettings slurm;
 
     std::vector<Parameter> parameters;
     std::vector<FileSpec> inputs;

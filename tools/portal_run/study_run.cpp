@@ -1,26 +1,21 @@
-// The main process forks one worker per design and never runs a portal
-// itself. A worker sends its log lines as records over a close-on-exec pipe
-// (level, design and text, ended by a NUL) and leaves its outcome in the
-// design's "result.toml"; the end of the pipe tells the parent the worker is
-// done. SIGINT reaches the workers with the terminal's process group; SIGTERM
-// sent to the parent alone is passed on to them. Either way a worker ends
-// its solver's process group and leaves no record, so the design runs again.
+// The main process never runs a portal itself: a launcher starts the
+// designs (worker processes here, or the tasks of a Slurm job array) and
+// tells as each ends; everything else is this file's and the same for every
+// scheduler. A design that ended without a record is recorded here as
+// failed with the launcher's reason, unless it was stopped: then it has no
+// record and runs again next time.
 #include "study_run.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
-#include "design_run.h"
 #include "results.h"
+#include "scheduler.h"
+#include "scheduler_local.h"
+#include "slurm.h"
+#include "worker.h"
 
 namespace portalrun {
 
@@ -28,46 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-volatile std::sig_atomic_t gStop = 0;
-
-void onStop(int) { gStop = 1; }
-
-void installStopHandlers() {
-    struct sigaction sa {};
-    sa.sa_handler = onStop;
-    sigemptyset(&sa.sa_mask);
-    ::sigaction(SIGINT, &sa, nullptr);
-    ::sigaction(SIGTERM, &sa, nullptr);
-}
-
-// The worker's end of the log pipe.
-class PipeSink : public LogSink {
-public:
-    explicit PipeSink(int fd) : fd_(fd) {}
-    void logLine(int level, int design, const std::string& text) override {
-        std::string record = std::to_string(level) + " " + std::to_string(design) + " ";
-        for (char c : text) record += c ? c : ' ';
-        record += '\0';
-        for (std::size_t off = 0; off < record.size();) {
-            ssize_t n = ::write(fd_, record.data() + off, record.size() - off);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) return;  // the parent is gone; the log file still has it
-            off += static_cast<std::size_t>(n);
-        }
-    }
-
-private:
-    int fd_;
-};
-
-struct Worker {
-    pid_t pid = -1;
-    int fd = -1;
-    std::size_t index = 0;
-    std::string pending;  // bytes of a record not complete yet
-};
-
-class Scheduler {
+class Scheduler : public LaunchEvents {
 public:
     Scheduler(const Study& study, const std::vector<Design>& designs, const Plugin& plugin,
               const RunOptions& options, Console& console)
@@ -75,6 +31,18 @@ public:
           console_(console), results_(designs.size()), causes_(designs.size()) {}
 
     int run();
+
+    void started(std::size_t index) override {
+        // Counted when it starts: a design an interruption kept from
+        // running again still has its old record.
+        if (!causes_[index].empty()) tally_.countRerun(causes_[index]);
+    }
+    void ended(std::size_t index, const TaskEnd& end) override;
+    void running(int count) override {
+        running_ = count;
+        showProgress();
+    }
+    Console& console() override { return console_; }
 
 private:
     std::string runDir(std::size_t i) const {
@@ -84,15 +52,10 @@ private:
 
     bool prepareRuns();
     std::vector<std::size_t> designsToRun();
-    bool launch(std::size_t index);
-    int workerMain(std::size_t index, int fd);
-    // One read of a worker's log records; false at the end of its pipe.
-    bool readSome(Worker& w);
-    void reap(Worker& w);
     void tallyResult(const DesignResult& r) { r.status == "ok" ? ++tally_.ok : ++tally_.failed; }
     void showProgress() {
         console_.progress(tally_.ok + tally_.failed, static_cast<int>(designs_.size()),
-                          tally_.failed, static_cast<int>(workers_.size()));
+                          tally_.failed, running_);
     }
     int finish(double seconds);
 
@@ -103,9 +66,10 @@ private:
     Console& console_;
     std::vector<std::optional<DesignResult>> results_;
     std::vector<std::string> causes_;  // why a design with a record runs again
-    std::vector<Worker> workers_;
+    int running_ = 0;
     Tally tally_;
     bool writeFailed_ = false;
+    bool launchFailed_ = false;
 };
 
 bool Scheduler::prepareRuns() {
@@ -146,95 +110,19 @@ std::vector<std::size_t> Scheduler::designsToRun() {
     return todo;
 }
 
-int Scheduler::workerMain(std::size_t index, int fd) {
-    ::signal(SIGPIPE, SIG_IGN);
-    PipeSink sink(fd);
-    RunHost host(study_, options_.settings, plugin_.folder(), &sink);
-    auto portal = plugin_.create(host, study_.portal);
-    if (!portal) {
-        sink.logLine(2, designs_[index].number, "the plug-in has no portal '" + study_.portal + "'");
-        return kExitPlugin;
-    }
-    auto r = runDesign(*portal, host, study_, designs_[index], runDir(index), &gStop);
-    portal.reset();
-    if (!r) return kExitInterrupted;
-    r->identity = options_.identity;
-    std::string error;
-    if (!writeResult(recordPath(index), *r, error)) {
-        sink.logLine(2, designs_[index].number, error);
-        return kExitWrite;
-    }
-    return kExitOk;
-}
-
-bool Scheduler::launch(std::size_t index) {
-    // The record of an earlier run must not pass for this one's when the
-    // worker ends before it has cleared the run folder.
-    std::error_code ec;
-    fs::remove(recordPath(index), ec);
-    int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0) {
-        console_.logLine(2, 0, std::string("cannot make a pipe: ") + std::strerror(errno));
-        return false;
-    }
-    std::fflush(nullptr);  // nothing buffered may be written twice
-    pid_t pid = ::fork();
-    if (pid < 0) {
-        console_.logLine(2, 0, std::string("cannot start a worker: ") + std::strerror(errno));
-        ::close(fds[0]);
-        ::close(fds[1]);
-        return false;
-    }
-    if (pid == 0) {
-        ::close(fds[0]);
-        for (const Worker& w : workers_) ::close(w.fd);
-        ::_exit(workerMain(index, fds[1]));
-    }
-    ::close(fds[1]);
-    workers_.push_back({pid, fds[0], index, {}});
-    return true;
-}
-
-bool Scheduler::readSome(Worker& w) {
-    char buf[4096];
-    ssize_t n;
-    while ((n = ::read(w.fd, buf, sizeof buf)) < 0 && errno == EINTR) {
-    }
-    if (n <= 0) return false;
-    w.pending.append(buf, static_cast<std::size_t>(n));
-    for (std::size_t end; (end = w.pending.find('\0')) != std::string::npos;) {
-        int level = 8, design = 0, used = 0;
-        std::sscanf(w.pending.c_str(), "%d %d %n", &level, &design, &used);
-        const auto from = static_cast<std::size_t>(used);
-        console_.logLine(level, design, w.pending.substr(from, end > from ? end - from : 0));
-        w.pending.erase(0, end + 1);
-    }
-    return true;
-}
-
-void Scheduler::reap(Worker& w) {
-    while (readSome(w)) {
-    }
-    ::close(w.fd);
-    int status = 0;
-    while (::waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    const std::size_t i = w.index;
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kExitInterrupted) return;  // runs again
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kExitWrite) writeFailed_ = true;
+void Scheduler::ended(std::size_t i, const TaskEnd& end) {
+    if (end.writeFailed) writeFailed_ = true;
+    if (end.kind == TaskEnd::Kind::Interrupted) return;  // runs again
     auto r = readResult(recordPath(i));
     if (!r || r->design != designs_[i].number) {
-        // The worker died before it could leave a record: record it here.
+        // The task ended before it could leave a record: record it here.
         DesignResult dead;
         dead.design = designs_[i].number;
         dead.status = "failed";
         dead.parameters = parameterValues(study_, designs_[i]);
         for (const Response& resp : study_.responses) dead.responses[resp.name] = "";
         dead.identity = options_.identity;
-        dead.reason = WIFSIGNALED(status)
-                          ? "the design's worker process died of signal " + std::to_string(WTERMSIG(status))
-                          : "the design's worker process ended with code " +
-                                std::to_string(WEXITSTATUS(status)) + " and no result";
+        dead.reason = end.reason.empty() ? "the design's task ended without a result" : end.reason;
         console_.logLine(2, dead.design, dead.reason);
         std::string error;
         if (!writeResult(recordPath(i), dead, error)) {
@@ -245,6 +133,7 @@ void Scheduler::reap(Worker& w) {
     }
     results_[i] = std::move(r);
     tallyResult(*results_[i]);
+    showProgress();
 }
 
 int Scheduler::finish(double seconds) {
@@ -264,51 +153,25 @@ int Scheduler::finish(double seconds) {
         console_.logLine(2, 0, "cannot write " + summaryPath);
         writeFailed_ = true;
     }
-    if (gStop) return kExitInterrupted;
+    if (launchFailed_) return kExitLaunch;
+    if (stopFlag()) return kExitInterrupted;
     if (writeFailed_) return kExitWrite;
     return tally_.failed ? kExitDesignsFailed : kExitOk;
 }
 
 int Scheduler::run() {
     const auto t0 = std::chrono::steady_clock::now();
-    gStop = 0;
     installStopHandlers();
+    std::unique_ptr<Launcher> launcher =
+        study_.scheduler == SchedulerKind::Slurm
+            ? makeSlurmLauncher(study_, designs_, options_)
+            : makeLocalLauncher(study_, designs_, plugin_, options_);
+    if (!launcher->canStart(console_)) return kExitLaunch;
     if (!prepareRuns()) return kExitWrite;
     const std::vector<std::size_t> todo = designsToRun();
-    std::size_t next = 0;
-    bool forwarded = false;
     showProgress();
-    for (;;) {
-        while (!gStop && workers_.size() < static_cast<std::size_t>(options_.jobs) &&
-               next < todo.size()) {
-            if (!launch(todo[next])) {
-                gStop = 1;
-                writeFailed_ = true;
-                break;
-            }
-            // Counted when it starts: a design an interruption kept from
-            // running again still has its old record.
-            if (!causes_[todo[next]].empty()) tally_.countRerun(causes_[todo[next]]);
-            ++next;
-            showProgress();
-        }
-        if (workers_.empty()) break;
-        if (gStop && !forwarded) {
-            for (const Worker& w : workers_) ::kill(w.pid, SIGTERM);
-            forwarded = true;
-        }
-        std::vector<pollfd> fds;
-        for (const Worker& w : workers_) fds.push_back({w.fd, POLLIN, 0});
-        if (::poll(fds.data(), fds.size(), 200) < 0) continue;  // EINTR: look at gStop
-        for (std::size_t k = fds.size(); k-- > 0;) {
-            if (!fds[k].revents) continue;
-            Worker& w = workers_[k];
-            if (readSome(w)) continue;  // the end of the pipe: the worker is done
-            reap(w);
-            workers_.erase(workers_.begin() + static_cast<std::ptrdiff_t>(k));
-            showProgress();
-        }
-    }
+    if (!todo.empty() && !launcher->run(todo, *this, stopFlag())) launchFailed_ = true;
+    running_ = 0;
     return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
 }
 
