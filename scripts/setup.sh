@@ -11,6 +11,7 @@ packages=(
   gfortran
   libtomlplusplus-dev
   python3-numpy python3-pytest
+  nlohmann-json3-dev chromium
 )
 # The benchmarks' comparison library: only on request, never by default.
 if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then

@@ -20,7 +20,9 @@
 #include <fstream>
 
 #include "design_run.h"
+#include "estimate.h"
 #include "results.h"
+#include "results_json.h"
 
 namespace portalrun {
 
@@ -65,7 +67,12 @@ struct Worker {
     int fd = -1;
     std::size_t index = 0;
     std::string pending;  // bytes of a record not complete yet
+    std::chrono::steady_clock::time_point start;
 };
+
+double epochNow() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 class Scheduler {
 public:
@@ -90,10 +97,9 @@ private:
     bool readSome(Worker& w);
     void reap(Worker& w);
     void tallyResult(const DesignResult& r) { r.status == "ok" ? ++tally_.ok : ++tally_.failed; }
-    void showProgress() {
-        console_.progress(tally_.ok + tally_.failed, static_cast<int>(designs_.size()),
-                          tally_.failed, static_cast<int>(workers_.size()));
-    }
+    void showProgress();
+    // results.json as things stand; state is the runner's.
+    void writeJson(const char* state);
     int finish(double seconds);
 
     const Study& study_;
@@ -106,7 +112,42 @@ private:
     std::vector<Worker> workers_;
     Tally tally_;
     bool writeFailed_ = false;
+    std::vector<std::optional<double>> started_;  // by design: when it started, while it runs
 };
+
+void Scheduler::showProgress() {
+    Workload w;
+    w.jobs = options_.jobs;
+    for (const auto& r : results_)
+        if (r) w.doneSeconds.push_back(r->seconds);
+    const auto now = std::chrono::steady_clock::now();
+    for (const Worker& wk : workers_)
+        w.runningSeconds.push_back(std::chrono::duration<double>(now - wk.start).count());
+    w.pending = static_cast<long long>(designs_.size() - w.doneSeconds.size() - workers_.size());
+    const auto left = secondsLeft(w);
+    console_.progress(tally_.ok + tally_.failed, static_cast<int>(designs_.size()), tally_.failed,
+                      static_cast<int>(workers_.size()),
+                      left && *left > 0 ? "about " + durationText(*left) + " left" : "");
+}
+
+void Scheduler::writeJson(const char* state) {
+    JsonInput in;
+    in.study = &study_;
+    in.designs = &designs_;
+    in.results = &results_;
+    in.started = started_;
+    in.started.resize(designs_.size());
+    char host[256] = {};
+    ::gethostname(host, sizeof host - 1);
+    in.runner = {static_cast<long long>(::getpid()), host, options_.jobs, state};
+    in.now = epochNow();
+    std::string error;
+    if (!writeFileDurably((fs::path(study_.runs) / "results.json").string(), resultsJsonText(in), error)) {
+        // Said once: the run goes on, and the end of the study says it again.
+        if (!writeFailed_) console_.logLine(2, 0, error);
+        writeFailed_ = true;
+    }
+}
 
 bool Scheduler::prepareRuns() {
     std::error_code ec;
@@ -115,7 +156,7 @@ bool Scheduler::prepareRuns() {
         for (const auto& e : fs::directory_iterator(study_.runs, ec)) {
             const std::string name = e.path().filename().string();
             if ((isRunFolderName(name) && e.is_directory()) || name == "results.csv" ||
-                name == "summary.txt")
+                name == "summary.txt" || name == "results.json" || name == "report.html")
                 fs::remove_all(e.path(), ec);
         }
     }
@@ -191,7 +232,9 @@ bool Scheduler::launch(std::size_t index) {
         ::_exit(workerMain(index, fds[1]));
     }
     ::close(fds[1]);
-    workers_.push_back({pid, fds[0], index, {}});
+    workers_.push_back({pid, fds[0], index, {}, std::chrono::steady_clock::now()});
+    started_.resize(designs_.size());
+    started_[index] = epochNow();
     return true;
 }
 
@@ -231,6 +274,7 @@ void Scheduler::reap(Worker& w) {
         dead.parameters = parameterValues(study_, designs_[i]);
         for (const Response& resp : study_.responses) dead.responses[resp.name] = "";
         dead.identity = options_.identity;
+        dead.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - w.start).count();
         dead.reason = WIFSIGNALED(status)
                           ? "the design's worker process died of signal " + std::to_string(WTERMSIG(status))
                           : "the design's worker process ended with code " +
@@ -245,6 +289,7 @@ void Scheduler::reap(Worker& w) {
     }
     results_[i] = std::move(r);
     tallyResult(*results_[i]);
+    if (i < started_.size()) started_[i].reset();
 }
 
 int Scheduler::finish(double seconds) {
@@ -255,6 +300,7 @@ int Scheduler::finish(double seconds) {
         console_.logLine(2, 0, error);
         writeFailed_ = true;
     }
+    writeJson(gStop ? "interrupted" : "finished");
     const std::string summary = summaryText(study_, results_, tally_, seconds, csv);
     console_.stopBar();
     console_.say(summary);
@@ -279,6 +325,7 @@ int Scheduler::run() {
     bool forwarded = false;
     showProgress();
     for (;;) {
+        bool changed = false;
         while (!gStop && workers_.size() < static_cast<std::size_t>(options_.jobs) &&
                next < todo.size()) {
             if (!launch(todo[next])) {
@@ -290,6 +337,7 @@ int Scheduler::run() {
             // running again still has its old record.
             if (!causes_[todo[next]].empty()) tally_.countRerun(causes_[todo[next]]);
             ++next;
+            changed = true;
             showProgress();
         }
         if (workers_.empty()) break;
@@ -306,8 +354,11 @@ int Scheduler::run() {
             if (readSome(w)) continue;  // the end of the pipe: the worker is done
             reap(w);
             workers_.erase(workers_.begin() + static_cast<std::ptrdiff_t>(k));
-            showProgress();
+            changed = true;
         }
+        // Once per turn, however many designs started or ended in it.
+        if (changed && !workers_.empty()) writeJson("running");
+        showProgress();
     }
     return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
 }

@@ -25,6 +25,7 @@ enum ExitCode {
     kExitStudy = 3,
     kExitPlugin = 4,
     kExitWrite = 5,
+    kExitResults = 6,  // status or report: the results can't be read
     kExitInterrupted = 130,
 };
 
