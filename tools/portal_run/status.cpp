@@ -27,6 +27,8 @@ RunnerLiveness runnerLiveness(const RunnerInfo& runner) {
 
 namespace {
 
+constexpr std::size_t kFailuresShown = 20;
+
 std::string utcText(double epoch) {
     const std::time_t t = static_cast<std::time_t>(epoch);
     std::tm tm{};
@@ -75,7 +77,13 @@ std::string statusText(const ResultsFile& f, RunnerLiveness liveness, double now
         if (i + 1 == running.size()) s << "\n";
     }
     if (!failures.empty()) s << "failed:\n";
-    for (const DesignEntry* d : failures) s << "  design " << d->design << ": " << d->reason << "\n";
+    for (std::size_t i = 0; i < failures.size(); ++i) {
+        if (i == kFailuresShown) {
+            s << "  ... and " << failures.size() - i << " more (see results.json)\n";
+            break;
+        }
+        s << "  design " << failures[i]->design << ": " << failures[i]->reason << "\n";
+    }
     if (going && (pending || !running.empty())) {
         const auto left = secondsLeft(w);
         if (left)

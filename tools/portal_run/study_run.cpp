@@ -263,6 +263,7 @@ void Scheduler::reap(Worker& w) {
     while (::waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
     }
     const std::size_t i = w.index;
+    started_[i].reset();
     if (WIFEXITED(status) && WEXITSTATUS(status) == kExitInterrupted) return;  // runs again
     if (WIFEXITED(status) && WEXITSTATUS(status) == kExitWrite) writeFailed_ = true;
     auto r = readResult(recordPath(i));
@@ -289,7 +290,6 @@ void Scheduler::reap(Worker& w) {
     }
     results_[i] = std::move(r);
     tallyResult(*results_[i]);
-    if (i < started_.size()) started_[i].reset();
 }
 
 int Scheduler::finish(double seconds) {
@@ -324,8 +324,8 @@ int Scheduler::run() {
     std::size_t next = 0;
     bool forwarded = false;
     showProgress();
+    bool changed = false;
     for (;;) {
-        bool changed = false;
         while (!gStop && workers_.size() < static_cast<std::size_t>(options_.jobs) &&
                next < todo.size()) {
             if (!launch(todo[next])) {
@@ -341,6 +341,9 @@ int Scheduler::run() {
             showProgress();
         }
         if (workers_.empty()) break;
+        // Once per turn, however many designs started or ended in it.
+        if (changed) writeJson("running");
+        changed = false;
         if (gStop && !forwarded) {
             for (const Worker& w : workers_) ::kill(w.pid, SIGTERM);
             forwarded = true;
@@ -356,8 +359,6 @@ int Scheduler::run() {
             workers_.erase(workers_.begin() + static_cast<std::ptrdiff_t>(k));
             changed = true;
         }
-        // Once per turn, however many designs started or ended in it.
-        if (changed && !workers_.empty()) writeJson("running");
         showProgress();
     }
     return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
