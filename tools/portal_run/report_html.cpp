@@ -25,6 +25,16 @@ constexpr double kLeft = 70, kRight = 405, kTop = 15, kBottom = 255;
 
 std::string numberText(double v) { return valueText(Value::ofReal(v)); }
 
+// Values joined by ';' as the CSV has them, "null" where JSON has null.
+std::string valuesText(const std::vector<std::optional<double>>& values) {
+    std::string all;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (i) all += ';';
+        all += values[i] ? numberText(*values[i]) : std::string("null");
+    }
+    return all;
+}
+
 std::string pixel(double v) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.2f", v);
@@ -120,10 +130,7 @@ std::string cellHtml(const Cell& c, const DesignEntry& d, const std::string& nam
             return "<td class=\"num\" data-key=\"" + numberText(c.number) + "\">" + numberText(c.number) + "</td>";
         case Cell::Kind::Text: return "<td>" + htmlEscape(c.text) + "</td>";
         case Cell::Kind::Array: {
-            std::string all;
-            for (std::size_t i = 0; i < c.array.size(); ++i)
-                all += (i ? ";" : "") + (c.array[i] ? numberText(*c.array[i]) : std::string("null"));
-            return "<td class=\"array\" title=\"" + htmlEscape(all) + "\">" +
+            return "<td class=\"array\" title=\"" + htmlEscape(valuesText(c.array)) + "\">" +
                    countOf(c.array.size(), "value") + "</td>";
         }
         case Cell::Kind::Missing: break;
@@ -240,15 +247,16 @@ std::string linesHtml(const ResultsFile& f, std::size_t r) {
         std::vector<std::optional<double>> values = c.array;
         if (c.kind == Cell::Kind::Number) values = {c.number};
         if (values.empty()) continue;
-        std::string all, points;
+        std::string points;
         for (std::size_t i = 0; i < values.size(); ++i) {
-            all += (i ? ";" : "") + (values[i] ? numberText(*values[i]) : std::string("null"));
             if (!values[i]) continue;  // a gap where JSON has null
-            points += (points.empty() ? "" : " ") + pixel(x.at(static_cast<double>(i), kLeft, kRight)) + "," +
-                      pixel(y.at(*values[i], kBottom, kTop));
+            if (!points.empty()) points += ' ';
+            points += pixel(x.at(static_cast<double>(i), kLeft, kRight));
+            points += ',';
+            points += pixel(y.at(*values[i], kBottom, kTop));
         }
         s << "<polyline class=\"series " << htmlEscape(d.status) << "\" data-design=\"" << d.design
-          << "\" data-values=\"" << all << "\" points=\"" << points << "\" style=\"stroke:hsl("
+          << "\" data-values=\"" << valuesText(values) << "\" points=\"" << points << "\" style=\"stroke:hsl("
           << (k++ * 137) % 360 << ",65%,40%)\"><title>design " << d.design << "</title></polyline>";
     }
     s << svgClose("index", rn) << "</figure>\n";

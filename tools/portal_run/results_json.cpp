@@ -58,8 +58,12 @@ ojson responseJson(const std::string& text, bool numeric, std::string& note) {
     if (!numeric || !responseNumbers(text, numbers)) return text;
     if (numbers.size() == 1) return finiteOrNull(numbers[0], note, "");
     ojson a = ojson::array();
-    for (std::size_t i = 0; i < numbers.size(); ++i)
-        a.push_back(finiteOrNull(numbers[i], note, "[" + std::to_string(i) + "] "));
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        std::string where = "[";
+        where += std::to_string(i);
+        where += "] ";
+        a.push_back(finiteOrNull(numbers[i], note, where));
+    }
     return a;
 }
 
