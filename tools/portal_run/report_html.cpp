@@ -21,7 +21,7 @@ namespace {
 
 // Plot area inside each SVG, in pixels.
 constexpr double kWidth = 420, kHeight = 300;
-constexpr double kLeft = 70, kRight = 405, kTop = 15, kBottom = 255;
+constexpr double kLeft = 80, kRight = 405, kTop = 15, kBottom = 255;
 
 std::string numberText(double v) { return valueText(Value::ofReal(v)); }
 
@@ -60,12 +60,22 @@ struct Axis {
             any = true;
         }
         if (!any) min = 0, max = 1;
-        if (min == max) {
-            // One value: a band around it, so the point sits in the middle.
-            const double pad = min == 0 ? 1 : std::fabs(min) * 0.1;
-            min -= pad;
-            max += pad;
-        }
+        // A margin, so that no point sits on the frame; one value gets a
+        // band around it and sits in the middle.
+        const double pad = min != max ? (max / 2 - min / 2) * 0.1 : min == 0 ? 1 : std::fabs(min) * 0.1;
+        min -= pad;
+        max += pad;
+    }
+    // Round values within the range, 1, 2 or 5 times a power of ten apart.
+    std::vector<double> ticks() const {
+        const double raw = (max / 2 - min / 2) / 2;  // a quarter of the range
+        const double p = std::pow(10.0, std::floor(std::log10(raw)));
+        const double step = raw / p < 1.5 ? p : raw / p < 3.5 ? 2 * p : raw / p < 7.5 ? 5 * p : 10 * p;
+        std::vector<double> out;
+        if (!std::isfinite(step) || step <= 0) return {min, max};
+        for (double t = std::ceil(min / step) * step; t <= max && out.size() < 12; t += step)
+            out.push_back(std::fabs(t) < step * 1e-9 ? 0.0 : t);
+        return out;
     }
     // Halves, so that the widest finite range can't overflow.
     double at(double v, double from, double to) const {
@@ -82,21 +92,21 @@ std::string svgOpen(const Axis& x, const Axis& y, const std::string& cls) {
       << kRight << "\" data-top=\"" << kTop << "\" data-bottom=\"" << kBottom << "\">";
     s << "<rect class=\"frame\" x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kRight - kLeft
       << "\" height=\"" << kBottom - kTop << "\"/>";
-    for (int i = 0; i <= 4; ++i) {
-        const double vy = y.min + (y.max - y.min) * i / 4;
+    for (double vy : y.ticks()) {
         const std::string py = pixel(y.at(vy, kBottom, kTop));
         s << "<line class=\"grid\" x1=\"" << kLeft << "\" x2=\"" << kRight << "\" y1=\"" << py
           << "\" y2=\"" << py << "\"/><text class=\"tick\" x=\"" << kLeft - 4 << "\" y=\"" << py
           << "\" text-anchor=\"end\" dominant-baseline=\"middle\">" << tickText(vy) << "</text>";
     }
     const std::size_t n = x.categories.size();
-    const std::size_t ticks = n ? n : 5;
-    const std::size_t every = std::max<std::size_t>(1, ticks / 8);
-    for (std::size_t i = 0; i < ticks; i += every) {
-        const double vx = n ? static_cast<double>(i) : x.min + (x.max - x.min) * static_cast<double>(i) / 4;
+    std::vector<double> xs;
+    for (std::size_t i = 0; i < n; i += std::max<std::size_t>(1, n / 8)) xs.push_back(static_cast<double>(i));
+    if (!n) xs = x.ticks();
+    for (double vx : xs) {
         const std::string px = pixel(x.at(vx, kLeft, kRight));
+        const std::string label = n ? x.categories[static_cast<std::size_t>(vx)] : tickText(vx);
         s << "<text class=\"tick\" x=\"" << px << "\" y=\"" << kBottom + 16
-          << "\" text-anchor=\"middle\">" << htmlEscape(n ? x.categories[i] : tickText(vx)) << "</text>";
+          << "\" text-anchor=\"middle\">" << htmlEscape(label) << "</text>";
     }
     return s.str();
 }
@@ -104,8 +114,8 @@ std::string svgOpen(const Axis& x, const Axis& y, const std::string& cls) {
 std::string svgClose(const std::string& xLabel, const std::string& yLabel) {
     std::ostringstream s;
     s << "<text class=\"label\" x=\"" << (kLeft + kRight) / 2 << "\" y=\"" << kHeight - 6
-      << "\" text-anchor=\"middle\">" << htmlEscape(xLabel) << "</text><text class=\"label\" x=\"14\" y=\""
-      << (kTop + kBottom) / 2 << "\" text-anchor=\"middle\" transform=\"rotate(-90 14 "
+      << "\" text-anchor=\"middle\">" << htmlEscape(xLabel) << "</text><text class=\"label\" x=\"12\" y=\""
+      << (kTop + kBottom) / 2 << "\" text-anchor=\"middle\" transform=\"rotate(-90 12 "
       << (kTop + kBottom) / 2 << ")\">" << htmlEscape(yLabel) << "</text></svg>";
     return s.str();
 }
@@ -165,7 +175,7 @@ std::string summaryHtml(const ResultsFile& f) {
 
 std::string tableHtml(const ResultsFile& f) {
     std::ostringstream s;
-    s << "<section id=\"results\"><h2>Results</h2><table id=\"results-table\"><thead><tr><th>design</th>";
+    s << "<section id=\"results\"><h2>Results</h2><div class=\"wide\"><table id=\"results-table\"><thead><tr><th>design</th>";
     for (const Column& c : f.parameters) s << "<th class=\"parameter\">" << htmlEscape(c.name) << "</th>";
     for (const Column& c : f.responses) s << "<th class=\"response\">" << htmlEscape(c.name) << "</th>";
     s << "<th>status</th><th>reason</th><th>seconds</th></tr></thead><tbody>\n";
@@ -177,7 +187,7 @@ std::string tableHtml(const ResultsFile& f) {
         s << "<td>" << htmlEscape(d.status) << "</td><td>" << htmlEscape(d.reason) << "</td><td class=\"num\">"
           << (d.seconds ? tickText(*d.seconds) : "") << "</td></tr>\n";
     }
-    s << "</tbody></table></section>\n";
+    s << "</tbody></table></div></section>\n";
     return s.str();
 }
 
@@ -305,8 +315,8 @@ std::string failuresHtml(const ResultsFile& f) {
 
 const char* const kStyle =
     "body{font:14px/1.4 sans-serif;margin:1.5em;color:#222}table{border-collapse:collapse;font-size:12px}"
-    "th,td{border:1px solid #ccc;padding:2px 6px}th{background:#eee;cursor:pointer}td.num{text-align:right}"
-    "tr.failed td{background:#fdd}tr.hl td{background:#ffe38a}.plots{display:flex;flex-wrap:wrap;gap:12px}"
+    "th,td{border:1px solid #ccc;padding:2px 6px;white-space:nowrap}th{background:#eee;cursor:pointer}td.num{text-align:right}"
+    "tr.failed td{background:#fdd}.wide{overflow-x:auto}tr.hl td{background:#ffe38a}.plots{display:flex;flex-wrap:wrap;gap:12px}"
     "figure{margin:0}figcaption{font-weight:bold}svg .frame{fill:#fafafa;stroke:#888}"
     "svg .grid{stroke:#e4e4e4}svg .tick,svg .label{font-size:11px;fill:#444}"
     "svg .point{fill:#2a6fb0;fill-opacity:.75}svg .point.failed{fill:#c0392b}"
