@@ -252,6 +252,7 @@ std::string linesHtml(const ResultsFile& f, std::size_t r) {
     s << "<figure class=\"plot lines\" data-response=\"" << htmlEscape(rn) << "\"><figcaption>" << htmlEscape(rn)
       << " by index, one line per design</figcaption>" << svgOpen(x, y, "lines");
     int k = 0;
+    std::ostringstream legend;
     for (const DesignEntry& d : f.designs) {
         const Cell& c = d.responses[r];
         std::vector<std::optional<double>> values = c.array;
@@ -267,9 +268,12 @@ std::string linesHtml(const ResultsFile& f, std::size_t r) {
         }
         s << "<polyline class=\"series " << htmlEscape(d.status) << "\" data-design=\"" << d.design
           << "\" data-values=\"" << valuesText(values) << "\" points=\"" << points << "\" style=\"stroke:hsl("
-          << (k++ * 137) % 360 << ",65%,40%)\"><title>design " << d.design << "</title></polyline>";
+          << k * 137 % 360 << ",65%,40%)\"><title>design " << d.design << "</title></polyline>";
+        legend << "<span data-design=\"" << d.design << "\" style=\"color:hsl(" << k * 137 % 360
+               << ",65%,40%)\">&#9644; " << d.design << "</span> ";
+        ++k;
     }
-    s << svgClose("index", rn) << "</figure>\n";
+    s << svgClose("index", rn) << "<p class=\"legend\">design " << legend.str() << "</p></figure>\n";
     return s.str();
 }
 
@@ -321,7 +325,7 @@ const char* const kStyle =
     "svg .grid{stroke:#e4e4e4}svg .tick,svg .label{font-size:11px;fill:#444}"
     "svg .point{fill:#2a6fb0;fill-opacity:.75}svg .point.failed{fill:#c0392b}"
     "svg .series{fill:none;stroke-width:1.5}svg .hl{stroke:#000;stroke-width:3;fill:#ffb000;fill-opacity:1}"
-    "pre.messages{background:#f4f4f4;padding:6px;white-space:pre-wrap}";
+    ".legend{max-width:420px;font-size:11px}.legend span.hl{background:#ffe38a}pre.messages{background:#f4f4f4;padding:6px;white-space:pre-wrap}";
 
 // Set first, so that an error anywhere later on the page is seen.
 const char* const kErrorCatcher =
