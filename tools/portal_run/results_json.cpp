@@ -317,6 +317,8 @@ bool parseResultsJson(const std::string& text, const std::string& name, ResultsF
         f.runner.host = textField(runner, "host", "results.runner");
         f.runner.jobs = static_cast<int>(integerField(runner, "jobs", "results.runner", 1, 1 << 20));
         f.runner.state = textField(runner, "state", "results.runner");
+        if (f.runner.state != "running" && f.runner.state != "finished" && f.runner.state != "interrupted")
+            throw Bad("results.runner.state must be running, finished or interrupted");
         f.updated = numberField(top, "updated", "results");
         f.parameters = columnsOf(top, "parameters");
         f.responses = columnsOf(top, "responses");

@@ -172,6 +172,7 @@ TEST(ResultsJson, RefusesMalformedFiles) {
         {swap("\"design\": 2", "\"design\": 1e300"), "results.designs[1].design"},
         {swap("\"pid\": 42", "\"pid\": -1"), "results.runner.pid"},
         {swap("\"jobs\": 2", "\"jobs\": \"2\""), "results.runner.jobs"},
+        {swap("\"state\": \"running\"", "\"state\": \"paused\""), "results.runner.state"},
         {swap("\"messages\": []", "\"messages\": [1]"), "messages must hold texts"},
         {swap("\"y\": 0.1", "\"y\": {}"), "results.designs[0].responses.y"},
         {swap("\"y\": 0.1", "\"y\": [true]"), "results.designs[0].responses.y"},
