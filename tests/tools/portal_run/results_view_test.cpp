@@ -254,61 +254,81 @@ TEST(ReportPage, EscapesEveryTextAndListsFailures) {
     EXPECT_EQ(page.find("class=\"point ok\" data-design=\"2\""), std::string::npos);
 }
 
-// A study run in the background whose second design waits for a file: status
-// must answer, from another process, while that design runs.
-TEST(StatusCommand, AnswersWhileAStudyRuns) {
-    TempDir dir;
-    dir.write("deck.inp", "length 0\n");
-    const char* head =
-        "$ File type, version\nmarking, 1\n$ Tag definition file: %s\n$ Tag type, Num tags\n"
-        "MARKING, 1\n$ delims\n\\s\n$ widths\n10\n$ Mode, Row, Delims, Col, Param type, Param "
-        "name, Print Fmt\nfree, 1,\\s, 2, Double, %s, %%g\n";
-    char tags[512];
-    std::snprintf(tags, sizeof tags, head, "deck.inp", "length");
-    dir.write("M_in_s_deck.inp", tags);
-    std::snprintf(tags, sizeof tags, head, "out.txt", "area");
-    dir.write("M_out_s_out.txt", tags);
-    // Design 2 waits (at most 20 s) for "go"; design 3 fails.
-    dir.write("solve.sh",
-              "l=$(awk 'NR==1{print $2}' deck.inp)\n"
-              "if [ \"$l\" = 2 ]; then i=0; while [ ! -f \"$1/go\" ] && [ $i -lt 200 ]; do sleep 0.1; i=$((i+1)); done; fi\n"
-              "[ \"$l\" = 3 ] && exit 3\n"
-              "echo \"area $l\" > out.txt\n");
-    dir.write("s.toml",
-              "[study]\nname = \"slow\"\n[solver]\ncommand = \"sh ${study_dir}/solve.sh ${study_dir}\"\n"
-              "[design]\nmethod = \"list\"\n[[parameters]]\nname = \"length\"\nvalues = [1, 2, 3, 4]\n"
-              "[[inputs]]\nfile = \"deck.inp\"\ntags = \"M_in_s_deck.inp\"\n"
-              "[[outputs]]\nfile = \"out.txt\"\ntags = \"M_out_s_out.txt\"\n[[responses]]\nname = \"area\"\n");
-    const std::string study = dir.file("s.toml");
-    auto status = [&](int expectRc = 0) {
+// A study run in the background whose second design waits for a file (at
+// most 20 s): status must answer, from another process, while it runs.
+class SlowStudy : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir.write("deck.inp", "length 0\n");
+        const char* head =
+            "$ File type, version\nmarking, 1\n$ Tag definition file: %s\n$ Tag type, Num tags\n"
+            "MARKING, 1\n$ delims\n\\s\n$ widths\n10\n$ Mode, Row, Delims, Col, Param type, Param "
+            "name, Print Fmt\nfree, 1,\\s, 2, Double, %s, %%g\n";
+        char tags[512];
+        std::snprintf(tags, sizeof tags, head, "deck.inp", "length");
+        dir.write("M_in_s_deck.inp", tags);
+        std::snprintf(tags, sizeof tags, head, "out.txt", "area");
+        dir.write("M_out_s_out.txt", tags);
+        // Design 2 waits for "go"; design 3 fails.
+        dir.write("solve.sh",
+                  "l=$(awk 'NR==1{print $2}' deck.inp)\n"
+                  "if [ \"$l\" = 2 ]; then i=0; while [ ! -f \"$1/go\" ] && [ $i -lt 200 ]; do sleep 0.1; i=$((i+1)); done; fi\n"
+                  "[ \"$l\" = 3 ] && exit 3\n"
+                  "echo \"area $l\" > out.txt\n");
+        dir.write("s.toml",
+                  "[study]\nname = \"slow\"\n[solver]\ncommand = \"sh ${study_dir}/solve.sh ${study_dir}\"\n"
+                  "[design]\nmethod = \"list\"\n[[parameters]]\nname = \"length\"\nvalues = [1, 2, 3, 4]\n"
+                  "[[inputs]]\nfile = \"deck.inp\"\ntags = \"M_in_s_deck.inp\"\n"
+                  "[[outputs]]\nfile = \"out.txt\"\ntags = \"M_out_s_out.txt\"\n[[responses]]\nname = \"area\"\n");
+    }
+    void TearDown() override {
+        dir.write("go", "");
+        if (runner > 0) ::waitpid(runner, nullptr, 0);
+    }
+    std::string status(int expectRc = 0) {
         const std::string cmd = std::string(PORTAL_RUN_EXE) + " status '" + study + "' > '" +
                                 dir.file("status.txt") + "' 2>&1";
         const int rc = std::system(cmd.c_str());
         EXPECT_EQ(WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, expectRc) << readFile(dir.file("status.txt"));
         return readFile(dir.file("status.txt"));
-    };
-    EXPECT_NE(status().find("study slow: not run yet"), std::string::npos);
+    }
+    // Starts the study with two jobs; status until design 2 alone runs.
+    std::string startAndWait() {
+        runner = ::fork();
+        if (runner == 0) {
+            ::freopen(dir.file("run.txt").c_str(), "w", stdout);
+            ::dup2(1, 2);
+            ::execl(PORTAL_RUN_EXE, PORTAL_RUN_EXE, "--plugin", ZELTRA_PLUGIN_PATH, "-j", "2",
+                    study.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        std::string seen;
+        for (int i = 0; i < 150 && runner > 0; ++i) {
+            seen = status();
+            if (seen.find("2 ok, 1 failed, 1 running") != std::string::npos) break;
+            ::usleep(100000);
+        }
+        return seen;
+    }
+    int finish() {
+        int rc = 0;
+        EXPECT_EQ(::waitpid(runner, &rc, 0), runner);
+        runner = -1;
+        return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    }
 
-    pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        ::freopen(dir.file("run.txt").c_str(), "w", stdout);
-        ::dup2(1, 2);
-        ::execl(PORTAL_RUN_EXE, PORTAL_RUN_EXE, "--plugin", ZELTRA_PLUGIN_PATH, "-j", "2",
-                study.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    std::string seen;
-    for (int i = 0; i < 150; ++i) {
-        seen = status();
-        if (seen.find("2 ok, 1 failed, 1 running") != std::string::npos) break;
-        ::usleep(100000);
-    }
+    TempDir dir;
+    const std::string study = dir.file("s.toml");
+    pid_t runner = -1;
+};
+
+TEST_F(SlowStudy, StatusAnswersWhileTheStudyRuns) {
+    EXPECT_NE(status().find("study slow: not run yet"), std::string::npos);
+    const std::string seen = startAndWait();
     dir.write("go", "");
-    int rc = 0;
-    ASSERT_EQ(::waitpid(pid, &rc, 0), pid);
+    EXPECT_EQ(finish(), 1);
     EXPECT_NE(seen.find("4 designs: 2 ok, 1 failed, 1 running, 0 pending"), std::string::npos) << seen;
-    EXPECT_NE(seen.find("run: going on (portal-run pid " + std::to_string(pid)), std::string::npos) << seen;
+    EXPECT_NE(seen.find("run: going on (portal-run pid "), std::string::npos) << seen;
     EXPECT_NE(seen.find("running: design 2"), std::string::npos) << seen;
     EXPECT_NE(seen.find("  design 3: the solver exited with code 3"), std::string::npos) << seen;
     EXPECT_NE(seen.find("time left: about"), std::string::npos) << seen;
@@ -318,6 +338,20 @@ TEST(StatusCommand, AnswersWhileAStudyRuns) {
     EXPECT_NE(after.find("run: finished"), std::string::npos) << after;
     dir.write("runs/results.json", "{\"format\": ");
     EXPECT_NE(status(6).find("not whole JSON"), std::string::npos);
+}
+
+TEST_F(SlowStudy, InterruptedRunLeavesNoDesignMarkedRunning) {
+    ASSERT_NE(startAndWait().find("1 running"), std::string::npos);
+    ::kill(runner, SIGTERM);
+    EXPECT_EQ(finish(), 130);
+    ResultsFile f;
+    std::string error;
+    ASSERT_TRUE(readResultsJson(dir.file("runs/results.json"), f, error)) << error;
+    EXPECT_EQ(f.runner.state, "interrupted");
+    ASSERT_EQ(f.designs.size(), 4u);
+    EXPECT_EQ(f.designs[1].status, "pending");
+    EXPECT_FALSE(f.designs[1].started.has_value());
+    EXPECT_NE(status().find("2 ok, 1 failed, 0 running, 1 pending\nrun: interrupted"), std::string::npos);
 }
 
 }  // namespace
