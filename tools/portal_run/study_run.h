@@ -1,7 +1,7 @@
 // Running a whole study: which designs are already done, a worker process
 // per design (at most `jobs` at a time, each with a portal object of its
-// own), their log lines brought to the terminal, and the CSV and summary at
-// the end. Designs never share a process, so a portal that crashes takes one
+// own), their log lines brought to the terminal, results.json rewritten as
+// designs start and end, and the CSV and summary at the end. Designs never share a process, so a portal that crashes takes one
 // design with it and the study goes on.
 #pragma once
 
