@@ -12,6 +12,7 @@ packages=(
   libtomlplusplus-dev
   python3-numpy python3-pytest
   slurm-wlm munge
+  nlohmann-json3-dev chromium
 )
 # The benchmarks' comparison library: only on request, never by default.
 if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then

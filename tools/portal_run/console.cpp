@@ -30,8 +30,9 @@ void Console::say(const std::string& text) {
     drawBar();
 }
 
-void Console::progress(int done, int total, int failed, int running) {
+void Console::progress(int done, int total, int failed, int running, const std::string& left) {
     done_ = done;
+    left_ = left;
     total_ = total;
     failed_ = failed;
     running_ = running;
@@ -55,6 +56,7 @@ void Console::drawBar() {
                  total_ == 1 ? "" : "s");
     if (failed_) std::fprintf(stderr, ", %d failed", failed_);
     if (running_) std::fprintf(stderr, ", %d running", running_);
+    if (!left_.empty()) std::fprintf(stderr, ", %s", left_.c_str());
     std::fflush(stderr);
     shown_ = true;
 }

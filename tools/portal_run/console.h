@@ -20,7 +20,8 @@ public:
     void logLine(int level, int design, const std::string& text) override;
     // A line of the runner's own on standard output.
     void say(const std::string& text);
-    void progress(int done, int total, int failed, int running);
+    // left: the time-left estimate as text, or empty (see estimate.h).
+    void progress(int done, int total, int failed, int running, const std::string& left = "");
     void clearBar();
     // Clears the bar for good: the study is over.
     void stopBar() {
@@ -35,6 +36,7 @@ private:
     bool bar_;
     bool shown_ = false;
     int done_ = 0, total_ = 0, failed_ = 0, running_ = 0;
+    std::string left_;
 };
 
 }  // namespace portalrun

@@ -22,6 +22,7 @@
 #include "study.h"
 #include "study_run.h"
 #include "worker.h"
+#include "view_commands.h"
 
 // Where the plug-in lies relative to portal-run's own folder: the same in the
 // build tree and in an installed tree, so no build path is compiled in.
@@ -37,13 +38,17 @@ constexpr const char* kNoReadLockVar = "SDF_NO_READ_LOCK";
 
 const char* const kUsage =
     "usage: portal-run [options] STUDY.toml\n"
+    "       portal-run status [--runs DIR] STUDY.toml\n"
+    "       portal-run report [--runs DIR] [-o FILE] STUDY.toml\n"
     "\n"
     "Runs a study: every design of the study file goes through the portal\n"
     "plug-in and the solver in a run folder of its own, and the results end up\n"
-    "in RUNS/results.csv with a summary. A re-run goes on where the last one\n"
-    "stopped: a design done before is kept when its values, the solver\n"
-    "command, the input and tag files, the responses, the settings and the\n"
-    "plug-in are all unchanged; any other runs again, and the summary says why.\n"
+    "in RUNS/results.csv and RUNS/results.json with a summary. A re-run goes\n"
+    "on where the last one stopped: a design done before is kept when its\n"
+    "values, the solver command, the input and tag files, the responses, the\n"
+    "settings and the plug-in are all unchanged; any other runs again, and the\n"
+    "summary says why. status shows how far a study is, also while it runs;\n"
+    "report writes RUNS/report.html (see 'portal-run status --help').\n"
     "\n"
     "options:\n"
     "  -j, --jobs N      run N designs at a time (default 1; under Slurm: no limit\n"
@@ -109,6 +114,7 @@ const char* const kUsage =
     "  5    a run folder or the results can't be written\n"
     "  6    the designs couldn't be started or followed (Slurm refused the\n"
     "       job or couldn't be reached)\n"
+    "  7    status, report: the study's results.json can't be read\n"
     "  130  interrupted; a re-run goes on from there\n";
 
 struct Options {
@@ -242,6 +248,9 @@ int runOneDesign(const Options& o, const Study& study, const std::vector<Design>
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A study file named "status" or "report" is still run as ./status.
+    if (argc > 1 && std::strcmp(argv[1], "status") == 0) return statusCommand(argc - 2, argv + 2);
+    if (argc > 1 && std::strcmp(argv[1], "report") == 0) return reportCommand(argc - 2, argv + 2);
     Options o;
     if (int rc = parseArgs(argc, argv, o); rc != 0) {
         if (rc > 0) return rc;

@@ -10,8 +10,13 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 
+#include <unistd.h>
+
+#include "estimate.h"
 #include "results.h"
+#include "results_json.h"
 #include "scheduler.h"
 #include "scheduler_local.h"
 #include "slurm.h"
@@ -23,12 +28,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
+double epochNow() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 class Scheduler : public LaunchEvents {
 public:
     Scheduler(const Study& study, const std::vector<Design>& designs, const Plugin& plugin,
               const RunOptions& options, Console& console)
         : study_(study), designs_(designs), plugin_(plugin), options_(options),
-          console_(console), results_(designs.size()), causes_(designs.size()) {}
+          console_(console), results_(designs.size()), causes_(designs.size()),
+          started_(designs.size()), startedAt_(designs.size()) {}
 
     int run();
 
@@ -36,10 +46,17 @@ public:
         // Counted when it starts: a design an interruption kept from
         // running again still has its old record.
         if (!causes_[index].empty()) tally_.countRerun(causes_[index]);
+        started_[index] = epochNow();
+        startedAt_[index] = std::chrono::steady_clock::now();
+        changed_ = true;
     }
     void ended(std::size_t index, const TaskEnd& end) override;
     void running(int count) override {
         running_ = count;
+        // Once per turn of the launcher, however many designs started or
+        // ended in it.
+        if (changed_) writeJson("running");
+        changed_ = false;
         showProgress();
     }
     Console& console() override { return console_; }
@@ -53,10 +70,9 @@ private:
     bool prepareRuns();
     std::vector<std::size_t> designsToRun();
     void tallyResult(const DesignResult& r) { r.status == "ok" ? ++tally_.ok : ++tally_.failed; }
-    void showProgress() {
-        console_.progress(tally_.ok + tally_.failed, static_cast<int>(designs_.size()),
-                          tally_.failed, running_);
-    }
+    void showProgress();
+    // results.json as things stand; state is the runner's.
+    void writeJson(const char* state);
     int finish(double seconds);
 
     const Study& study_;
@@ -70,7 +86,46 @@ private:
     Tally tally_;
     bool writeFailed_ = false;
     bool launchFailed_ = false;
+    bool changed_ = false;  // a design started or ended since results.json was written
+    std::vector<std::optional<double>> started_;  // by design: when it started, while it runs
+    std::vector<std::chrono::steady_clock::time_point> startedAt_;
 };
+
+void Scheduler::showProgress() {
+    Workload w;
+    w.jobs = options_.jobs;
+    for (const auto& r : results_)
+        if (r) w.doneSeconds.push_back(r->seconds);
+    const auto now = std::chrono::steady_clock::now();
+    long long running = 0;
+    for (std::size_t i = 0; i < designs_.size(); ++i)
+        if (started_[i]) {
+            w.runningSeconds.push_back(std::chrono::duration<double>(now - startedAt_[i]).count());
+            ++running;
+        }
+    w.pending = static_cast<long long>(designs_.size() - w.doneSeconds.size()) - running;
+    const auto left = secondsLeft(w);
+    console_.progress(tally_.ok + tally_.failed, static_cast<int>(designs_.size()), tally_.failed,
+                      running_, left && *left > 0 ? "about " + durationText(*left) + " left" : "");
+}
+
+void Scheduler::writeJson(const char* state) {
+    JsonInput in;
+    in.study = &study_;
+    in.designs = &designs_;
+    in.results = &results_;
+    in.started = started_;
+    char host[256] = {};
+    ::gethostname(host, sizeof host - 1);
+    in.runner = {static_cast<long long>(::getpid()), host, options_.jobs, state};
+    in.now = epochNow();
+    std::string error;
+    if (!writeFileDurably((fs::path(study_.runs) / "results.json").string(), resultsJsonText(in), error)) {
+        // Said once: the run goes on, and the end of the study says it again.
+        if (!writeFailed_) console_.logLine(2, 0, error);
+        writeFailed_ = true;
+    }
+}
 
 bool Scheduler::prepareRuns() {
     std::error_code ec;
@@ -79,7 +134,7 @@ bool Scheduler::prepareRuns() {
         for (const auto& e : fs::directory_iterator(study_.runs, ec)) {
             const std::string name = e.path().filename().string();
             if ((isRunFolderName(name) && e.is_directory()) || name == "results.csv" ||
-                name == "summary.txt")
+                name == "summary.txt" || name == "results.json" || name == "report.html")
                 fs::remove_all(e.path(), ec);
         }
     }
@@ -112,6 +167,9 @@ std::vector<std::size_t> Scheduler::designsToRun() {
 
 void Scheduler::ended(std::size_t i, const TaskEnd& end) {
     if (end.writeFailed) writeFailed_ = true;
+    const bool wasStarted = started_[i].has_value();
+    started_[i].reset();
+    changed_ = true;
     if (end.kind == TaskEnd::Kind::Interrupted) return;  // runs again
     auto r = readResult(recordPath(i));
     if (!r || r->design != designs_[i].number) {
@@ -122,6 +180,8 @@ void Scheduler::ended(std::size_t i, const TaskEnd& end) {
         dead.parameters = parameterValues(study_, designs_[i]);
         for (const Response& resp : study_.responses) dead.responses[resp.name] = "";
         dead.identity = options_.identity;
+        if (wasStarted)
+            dead.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - startedAt_[i]).count();
         dead.reason = end.reason.empty() ? "the design's task ended without a result" : end.reason;
         console_.logLine(2, dead.design, dead.reason);
         std::string error;
@@ -144,6 +204,7 @@ int Scheduler::finish(double seconds) {
         console_.logLine(2, 0, error);
         writeFailed_ = true;
     }
+    writeJson(stopFlag() ? "interrupted" : "finished");
     const std::string summary = summaryText(study_, results_, tally_, seconds, csv);
     console_.stopBar();
     console_.say(summary);

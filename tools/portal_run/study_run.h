@@ -1,8 +1,9 @@
 // Running a whole study: which designs are already done, a worker process
 // per design (at most `jobs` at a time, each with a portal object of its
-// own) started by the study's scheduler, and the CSV and summary at the end.
-// Designs never share a process, so a portal that crashes takes one design
-// with it and the study goes on.
+// own) started by the study's scheduler, results.json rewritten as designs
+// start and end, and the CSV and summary at the end. Designs never share a
+// process, so a portal that crashes takes one design with it and the study
+// goes on.
 #pragma once
 
 #include <map>
@@ -26,6 +27,7 @@ enum ExitCode {
     kExitPlugin = 4,
     kExitWrite = 5,
     kExitLaunch = 6,
+    kExitResults = 7,  // status or report: the results can't be read
     kExitInterrupted = 130,
 };
 
