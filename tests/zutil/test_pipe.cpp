@@ -39,12 +39,15 @@ std::string newestError(const char *routine)
     return rec ? std::to_string(rec->number) + ": " + rec->message : "<none>";
 }
 
-// Runs `body` in a child process that ends with its result as exit code.
+// Runs `body` in a child process that ends with its result as exit code;
+// the child has a deadline of its own (alarms don't pass through fork).
 pid_t spawn(const std::function<int()> &body)
 {
     pid_t pid = fork();
-    if (pid == 0)
+    if (pid == 0) {
+        alarm(20);
         _exit(body());
+    }
     return pid;
 }
 
