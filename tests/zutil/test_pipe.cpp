@@ -303,7 +303,7 @@ TEST_F(ZuPipes, ACloseTheSystemRefusesKeepsTheEntryForASecondClose)
     EXPECT_EQ(zu_pipeState(server), -1);
 }
 
-TEST(ZuPipeCodes, EveryCodeHasItsOwnText)
+TEST(ZuPipeCodes, EveryPipeAndWriterCodeHasItsOwnText)
 {
     std::set<std::string> texts;
 #define ZU_CHECK_(code, name, text)                     \
@@ -311,8 +311,14 @@ TEST(ZuPipeCodes, EveryCodeHasItsOwnText)
     EXPECT_TRUE(texts.insert(text).second) << #name;
     ZU_PIPE_CODES(ZU_CHECK_)
 #undef ZU_CHECK_
-    EXPECT_STREQ(ZU_pipeCodeText(5), "");
-    EXPECT_STREQ(ZU_pipeCodeText(-3), "");
+#define ZU_CHECK_(code, name, text)                      \
+    EXPECT_STREQ(ZU_wrMesCodeText(code), text) << #name; \
+    EXPECT_TRUE(texts.insert(text).second) << #name;
+    ZU_WRMES_CODES(ZU_CHECK_)
+#undef ZU_CHECK_
+    for (int unknown : {5, -3})
+        EXPECT_STREQ(ZU_pipeCodeText(unknown), "");
+    EXPECT_STREQ(ZU_wrMesCodeText(0), "");
 }
 
 } // namespace

@@ -593,8 +593,24 @@ ZU_API int ZU_respCorr_ref(const int *handle, const double *a, const double *b, 
  * to the echo (or its length form) and to the log file as "text\n". A
  * failed pipe write turns the pipe off for later messages. The writer holds
  * its lock over the outputs, so an output must not call ZU_wrMes itself: such
- * a call is refused (routine "wrmes", number 2, the text in the message).
+ * a call is refused (routine "wrmes", ZU_WRMES_NESTED, the text in the
+ * message).
  * ====================================================================== */
+
+/* Numbers of the writer's error records (routine "wrmes") and the template
+ * of each message. */
+#define ZU_WRMES_CODES(X)                                                                               \
+    X(1, ZU_WRMES_LOG_OPEN, "Could not open logfile \"%s\". %s")                                        \
+    X(2, ZU_WRMES_NESTED, "An output of the message writer called it again; message not written: %s") \
+    X(3, ZU_WRMES_FORMAT, "Could not format message: %s")                                               \
+    X(4, ZU_WRMES_LOG_WRITE, "Could not write logfile \"%s\". %s")
+
+#define ZU_CODE_ENUM_(code, name, text) name = code,
+enum { ZU_WRMES_CODES(ZU_CODE_ENUM_) ZU_WRMES_CODE_END_ };
+#undef ZU_CODE_ENUM_
+
+/* The template of a writer's error number; "" for an unknown one. */
+ZU_API const char *ZU_wrMesCodeText(int number);
 
 typedef void (*ZU_MesFn)(const char *text);
 /* `length` is the text's length without its terminator. */
@@ -614,8 +630,8 @@ ZU_API void ZU_wrMesF(const char *format, ...)
  * leaves no log open and gives 0. 1 when the file can't be opened: "Could
  * not open logfile "<path>". <reason>" is recorded quietly (ZU_ErrQuiet,
  * routine "wrmes", number 1, severity 2). A failing close of the old log is
- * recorded the same way ("Could not write logfile ..."). The log is not
- * flushed per message. */
+ * recorded the same way with number 4 ("Could not write logfile ..."). The
+ * log is not flushed per message. */
 ZU_API int ZU_wrMesLog(const char *path, const char *mode);
 /* The default printer: "text\n" on standard output. */
 ZU_API void ZU_wrMesStdout(const char *text);

@@ -59,6 +59,19 @@ const char *ZU_pipeCodeText(int code)
     }
 }
 
+const char *ZU_wrMesCodeText(int number)
+{
+    switch (number) {
+#define ZU_CASE_(c, name, text) \
+    case c:                     \
+        return text;
+        ZU_WRMES_CODES(ZU_CASE_)
+#undef ZU_CASE_
+    default:
+        return "";
+    }
+}
+
 const char *ZU_version(void)
 {
     return "0.1";

@@ -61,10 +61,20 @@ private:
     bool outer;
 };
 
-std::string logFailure(const char *what, const std::string &path, int err)
+/* The template of `number` filled with one or two texts. */
+std::string message(int number, const std::string &a, const char *b = "")
+{
+    const char *pattern = ZU_wrMesCodeText(number);
+    int needed = snprintf(nullptr, 0, pattern, a.c_str(), b);
+    std::vector<char> text(needed > 0 ? static_cast<size_t>(needed) + 1 : 1, '\0');
+    snprintf(text.data(), text.size(), pattern, a.c_str(), b);
+    return text.data();
+}
+
+std::string logFailure(int number, const std::string &path, int err)
 {
     char reason[256];
-    return std::string(what) + " logfile \"" + path + "\". " + strerror_r(err, reason, sizeof reason);
+    return message(number, path, strerror_r(err, reason, sizeof reason));
 }
 
 /* Under the lock: closes the log; the failure text, or "" when it closed. */
@@ -72,7 +82,7 @@ std::string closeLog()
 {
     std::string failure;
     if (g_writer.logFile && fclose(g_writer.logFile) != 0)
-        failure = logFailure("Could not write", g_writer.logPath, errno);
+        failure = logFailure(ZU_WRMES_LOG_WRITE, g_writer.logPath, errno);
     g_writer.logFile = nullptr;
     g_writer.logPath.clear();
     return failure;
@@ -114,8 +124,7 @@ void ZU_wrMes(const char *text)
     if (!text)
         return;
     if (t_writing) {
-        std::string message = "An output of the message writer called it again; message not written: ";
-        ZU_Err(kRoutine, 2, ZU_SEV_ERROR, (message + text).c_str());
+        ZU_Err(kRoutine, ZU_WRMES_NESTED, ZU_SEV_ERROR, message(ZU_WRMES_NESTED, text).c_str());
         return;
     }
     Hold hold;
@@ -133,7 +142,7 @@ void ZU_wrMesF(const char *format, ...)
     int needed = vsnprintf(buffer, sizeof buffer, format, args);
     va_end(args);
     if (needed < 0) {
-        ZU_Err(kRoutine, 3, ZU_SEV_ERROR, (std::string("Could not format message: ") + format).c_str());
+        ZU_Err(kRoutine, ZU_WRMES_FORMAT, ZU_SEV_ERROR, message(ZU_WRMES_FORMAT, format).c_str());
         return;
     }
     if (static_cast<size_t>(needed) < sizeof buffer) {
@@ -159,14 +168,14 @@ int ZU_wrMesLog(const char *path, const char *mode)
             if (g_writer.logFile)
                 g_writer.logPath = path;
             else
-                openFailure = logFailure("Could not open", path, errno);
+                openFailure = logFailure(ZU_WRMES_LOG_OPEN, path, errno);
         }
     }
     if (!closeFailure.empty())
-        ZU_ErrQuiet(kRoutine, 1, ZU_SEV_WARNING, closeFailure.c_str());
+        ZU_ErrQuiet(kRoutine, ZU_WRMES_LOG_WRITE, ZU_SEV_WARNING, closeFailure.c_str());
     if (openFailure.empty())
         return 0;
-    ZU_ErrQuiet(kRoutine, 1, ZU_SEV_WARNING, openFailure.c_str());
+    ZU_ErrQuiet(kRoutine, ZU_WRMES_LOG_OPEN, ZU_SEV_WARNING, openFailure.c_str());
     return 1;
 }
 
