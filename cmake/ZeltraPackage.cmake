@@ -69,6 +69,7 @@ if(CMAKE_Fortran_COMPILER)
   enable_language(Fortran)
   set(ZELTRA_FORTRAN_MODULE_SOURCES ${PROJECT_SOURCE_DIR}/sdf/fortran/zeltra_sdf_arrays.f90
                                     ${PROJECT_SOURCE_DIR}/sdf/fortran/zeltra_maps.f90
+                                    ${PROJECT_SOURCE_DIR}/sdf/fortran/zeltra_messages.f90
                                     ${PROJECT_SOURCE_DIR}/sdf/fortran/zeltra_sdf.f90)
   add_library(zeltra_sdf_fortran OBJECT ${ZELTRA_FORTRAN_MODULE_SOURCES})
   set_target_properties(zeltra_sdf_fortran PROPERTIES
@@ -77,6 +78,7 @@ if(CMAKE_Fortran_COMPILER)
   # wrote it, and another one can build these interface-only modules itself.
   install(FILES ${PROJECT_BINARY_DIR}/fortran/zeltra_sdf.mod ${PROJECT_BINARY_DIR}/fortran/zeltra_sdf_arrays.mod
                 ${PROJECT_BINARY_DIR}/fortran/zeltra_maps.mod
+                ${PROJECT_BINARY_DIR}/fortran/zeltra_messages.mod
                 ${ZELTRA_FORTRAN_MODULE_SOURCES}
           DESTINATION ${ZELTRA_INSTALL_INCLUDEDIR})
 else()

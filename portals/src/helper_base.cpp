@@ -80,8 +80,13 @@ void HelperBase::showMessage(const String& text, const StringStringMap& data, in
     host->logMessage(text, value(data, "analysisName"), evalIdOf(data), level);
 }
 
-bool HelperBase::testMessage(const String& text, const StringStringMap& data, int level) {
+bool HelperBase::testingOn() {
     static const bool testing = isTrue(environment("MQA_TESTING"));
+    return testing;
+}
+
+bool HelperBase::testMessage(const String& text, const StringStringMap& data, int level) {
+    const bool testing = testingOn();
     if (testing) showMessage("Testing: " + text, data, level);
     return testing;
 }

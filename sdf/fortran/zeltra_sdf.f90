@@ -21,7 +21,8 @@
 !    sdf_free_ref.
 ! The array forms stand in zeltra_sdf_arrays (zeltra_sdf_arrays.f90), which
 ! this module passes on, and so are the utility library's table and response
-! surface forms (zeltra_maps, zeltra_maps.f90): a program only says
+! surface forms (zeltra_maps, zeltra_maps.f90) and its message writer forms
+! (zeltra_messages, zeltra_messages.f90): a program only says
 ! `use zeltra_sdf`.
 ! Sdf_Set_Dims_ref and Sdf_Set_Dims64_ref take a variable number of extents
 ! and so have no interface here; they are called as plain external
@@ -29,6 +30,7 @@
 module zeltra_sdf
     use zeltra_sdf_arrays
     use zeltra_maps
+    use zeltra_messages
     use iso_c_binding, only: c_int, c_int32_t, c_int64_t, c_ptr
     implicit none
     private :: c_int, c_int32_t, c_int64_t, c_ptr

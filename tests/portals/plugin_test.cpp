@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 
 #include "fake_host.h"
 #include "zeltra/portal.h"
@@ -84,8 +85,33 @@ TEST_F(Plugin, DumpsTheMessageTableWhenAskedByTheEnvironment) {
 
 TEST_F(Plugin, StaysQuietWithoutTheDumpSwitch) {
     ScopedEnv dump("MQA_TESTING_ALL_PORTAL_MESSAGES", std::nullopt);
+    ScopedEnv testing("MQA_TESTING", std::nullopt);
     std::unique_ptr<IPortal> portal(factory(&host, "ZeltraSDF", nullptr));
     EXPECT_TRUE(host.log.empty()) << host.transcript();
+}
+
+// With both switches a host sees, at creation, the dump with every row of
+// every table, then the walk over the framework's messages.
+TEST_F(Plugin, ShowsEveryMessageOfEveryTableAndTheWalkWhenTesting) {
+    ScopedEnv testing("MQA_TESTING", "Yes"), dump("MQA_TESTING_ALL_PORTAL_MESSAGES", "1");
+    std::unique_ptr<IPortal> portal(factory(&host, "ZeltraSDF", nullptr));
+    ASSERT_NE(portal, nullptr);
+    ASSERT_EQ(host.log.size(), 4u + 23u) << host.transcript();
+    const String& table = host.log[2].text;
+    std::set<String> tables;
+    for (const auto& row : Support::StringTable::rows()) {
+        String line = String(row.table) + "\t" + row.id + "\t";
+        for (const char* p = row.text; *p; ++p) line += *p == '\n' ? String("\\n") : String(1, *p);
+        EXPECT_NE(table.find(line + "\n"), String::npos) << line;
+        tables.insert(row.table);
+    }
+    for (const char* name : {"Marking", "Scripting", "Xml", "ZeltraSDF", "tagging"})
+        EXPECT_EQ(tables.count(name), 1u) << name;
+    EXPECT_EQ(host.log[3].text, "##### END OF ALL STRING TABLE MESSAGES #####\n");
+    EXPECT_EQ(host.log[4].text, "\n.err.parseBadPath");
+    EXPECT_EQ(host.log[24].text, "\n.err.fileNotFound");
+    EXPECT_NE(host.log[25].text.find("filename.ext"), String::npos) << host.log[25].text;
+    EXPECT_EQ(host.log[26].text, "\n");
 }
 
 // A portal whose own reads are counted, to watch the dispatch and the cache.

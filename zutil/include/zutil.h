@@ -16,6 +16,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #if defined(__GNUC__)
 #define ZU_API __attribute__((visibility("default")))
@@ -583,6 +584,163 @@ ZU_API int ZU_respAddPoint_ref(const int *handle, const double *position, const 
 ZU_API int ZU_respSurf_ref(const int *handle, const double *position, double *response, int *rc);
 ZU_API int ZU_respNorm_ref(const int *handle, const double *a, const double *b, double *distance, int *rc);
 ZU_API int ZU_respCorr_ref(const int *handle, const double *a, const double *b, double *correlation, int *rc);
+
+/* ======================================================================
+ * Message writer: one line of text to the caller's outputs, under one lock.
+ * A text that begins with '%' is a control line for the outgoing pipe only
+ * (dropped when none is set). Any other text goes to the outgoing pipe when
+ * one is set, else to the printer (or its length form); then, in any case,
+ * to the echo (or its length form) and to the log file as "text\n". A
+ * failed pipe write turns the pipe off for later messages. The writer holds
+ * its lock over the outputs, so an output must not call ZU_wrMes itself: such
+ * a call is refused (routine "wrmes", ZU_WRMES_NESTED, the text in the
+ * message).
+ * ====================================================================== */
+
+/* Numbers of the writer's error records (routine "wrmes") and the template
+ * of each message. */
+#define ZU_WRMES_CODES(X)                                                                               \
+    X(1, ZU_WRMES_LOG_OPEN, "Could not open logfile \"%s\". %s")                                        \
+    X(2, ZU_WRMES_NESTED, "An output of the message writer called it again; message not written: %s") \
+    X(3, ZU_WRMES_FORMAT, "Could not format message: %s")                                               \
+    X(4, ZU_WRMES_LOG_WRITE, "Could not write logfile \"%s\". %s")
+
+#define ZU_CODE_ENUM_(code, name, text) name = code,
+enum { ZU_WRMES_CODES(ZU_CODE_ENUM_) ZU_WRMES_CODE_END_ };
+#undef ZU_CODE_ENUM_
+
+/* The template of a writer's error number; "" for an unknown one. */
+ZU_API const char *ZU_wrMesCodeText(int number);
+
+typedef void (*ZU_MesFn)(const char *text);
+/* `length` is the text's length without its terminator. */
+typedef void (*ZU_MesLenFn)(const char *text, size_t length);
+
+/* Writes one message; null is ignored. */
+ZU_API void ZU_wrMes(const char *text);
+/* Formats as printf does and writes the result as ZU_wrMes (texts longer
+ * than 1023 bytes are formatted again at their full length, never cut). */
+ZU_API void ZU_wrMesF(const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
+/* Closes any open log, then opens `path` for appending when `mode` is
+ * "append" (any case), else for writing from the start. A null or empty path
+ * leaves no log open and gives 0. 1 when the file can't be opened: "Could
+ * not open logfile "<path>". <reason>" is recorded quietly (ZU_ErrQuiet,
+ * routine "wrmes", number 1, severity 2). A failing close of the old log is
+ * recorded the same way with number 4 ("Could not write logfile ..."). The
+ * log is not flushed per message. */
+ZU_API int ZU_wrMesLog(const char *path, const char *mode);
+/* The default printer: "text\n" on standard output. */
+ZU_API void ZU_wrMesStdout(const char *text);
+/* Output setters; each form clears its twin (printer / printerLen, echo /
+ * echoLen). Null switches that output off. */
+ZU_API void ZU_wrMesPrinter(ZU_MesFn printer);
+ZU_API void ZU_wrMesPrinterLen(ZU_MesLenFn printer);
+ZU_API void ZU_wrMesEcho(ZU_MesFn echo);
+ZU_API void ZU_wrMesEchoLen(ZU_MesLenFn echo);
+/* The outgoing pipe (a writing end from ZU_pipeCreate / ZU_pipeOpen); 0 for
+ * none. Each message goes as one pipe message with its terminator. */
+ZU_API void ZU_wrMesPipe(int handle);
+/* Settles the writer before threads start; ZU_init calls it. The writer's
+ * lock is a static object that exists from load and its state starts with
+ * the defaults, so this has nothing left to do: it stays for callers. */
+ZU_API void ZU_wrMesInit(void);
+
+/* By-reference forms for Fortran: texts blank-padded with their hidden
+ * lengths last, the handle by address, the setters' procedures as passed.
+ * Each has a lower-case alias with a trailing underscore (zu_wrmes_ref_)
+ * and an upper-case name (ZU_WRMES_REF). A null argument is refused with
+ * "Invalid pointer" (routine = the form's name, number 1, severity 3). */
+ZU_API void ZU_wrMes_ref(const char *text, size_t text_len);
+ZU_API void ZU_WRMES_REF(const char *text, size_t text_len);
+/* The result is stored in *rc and returned. */
+ZU_API int ZU_wrMesLog_ref(const char *path, const char *mode, int *rc, size_t path_len, size_t mode_len);
+ZU_API int ZU_WRMESLOG_REF(const char *path, const char *mode, int *rc, size_t path_len, size_t mode_len);
+ZU_API void ZU_wrMesPipe_ref(const int *handle);
+ZU_API void ZU_WRMESPIPE_REF(const int *handle);
+ZU_API void ZU_wrMesPrinterLen_ref(ZU_MesLenFn printer);
+ZU_API void ZU_WRMESPRINTERLEN_REF(ZU_MesLenFn printer);
+ZU_API void ZU_wrMesEchoLen_ref(ZU_MesLenFn echo);
+ZU_API void ZU_WRMESECHOLEN_REF(ZU_MesLenFn echo);
+
+/* ======================================================================
+ * Named pipes: one-way message channels between two processes of the same
+ * user, named "\\.\pipe\<name>" (Linux: sequenced-packet sockets in the
+ * abstract namespace, so nothing is left on disk). A handle is 1..256; 0 is
+ * never a pipe. The server end is made by ZU_pipeCreate, the client end by
+ * ZU_pipeOpen; mode ZU_PIPE_WRITE makes an end the writing one, else it
+ * reads, and ZU_PIPE_NOWAIT makes its reads return ZU_PIPE_PENDING instead
+ * of waiting. Create, open and close hold the table's lock; a handle's reads
+ * and writes belong to one thread at a time. Every failure is raised through
+ * ZU_Err under the routine "pipeCreate", "pipeOpen", "pipeClose",
+ * "pipeRead" or "pipeWrite" with the code as number, severity 3; the two
+ * negative results raise nothing. No SIGPIPE is ever raised.
+ * ====================================================================== */
+
+#define ZU_PIPE_WRITE 1  /* mode bit: the writing end */
+#define ZU_PIPE_NOWAIT 2 /* mode bit: reads and connects don't wait */
+#define ZU_PIPE_MAX 256
+/* Bytes of a full name with its terminator: the longest name is 107 bytes. */
+#define ZU_PIPE_NAME_MAX 108
+
+#define ZU_PIPE_CODES(X)                                                           \
+    X(0, ZU_PIPE_DONE, "done")                                                     \
+    X(1, ZU_PIPE_BAD_HANDLE, "invalid handle")                                     \
+    X(2, ZU_PIPE_SYSTEM_ERROR, "system error")                                     \
+    X(3, ZU_PIPE_NO_FREE, "no free pipes")                                         \
+    X(4, ZU_PIPE_REFUSED, "the other end belongs to another user and was refused") \
+    X(-1, ZU_PIPE_PENDING, "nothing yet: the operation is pending, ask again")     \
+    X(-2, ZU_PIPE_GONE, "the other end has gone")
+
+#define ZU_CODE_ENUM_(code, name, text) name = code,
+enum { ZU_PIPE_CODES(ZU_CODE_ENUM_) ZU_PIPE_CODE_END_ };
+#undef ZU_CODE_ENUM_
+
+/* What a pipe result means; "" for an unknown code. */
+ZU_API const char *ZU_pipeCodeText(int code);
+
+/* Makes the server end. The name is "\\.\pipe\" and `nameTemplate`, where
+ * everything from the first '*' on becomes "<process id>_<handle>" (so
+ * "data*" gives a name unique to this pipe). *handle gets the handle (0 on
+ * failure); `fullName` (null, or ZU_PIPE_NAME_MAX bytes) gets the name.
+ * 0; ZU_PIPE_SYSTEM_ERROR (also for a name over 107 bytes or one in use);
+ * ZU_PIPE_NO_FREE. */
+ZU_API int ZU_pipeCreate(const char *nameTemplate, int *handle, char *fullName, int mode);
+/* Connects the client end to the server named `fullName`. Never waits: no
+ * server, or one whose queue of clients is full, is ZU_PIPE_SYSTEM_ERROR.
+ * A server of another user is ZU_PIPE_REFUSED. *handle is 0 on failure. */
+ZU_API int ZU_pipeOpen(int *handle, const char *fullName, int mode);
+/* Ends the pipe and frees the handle. ZU_PIPE_BAD_HANDLE; or
+ * ZU_PIPE_SYSTEM_ERROR when the system refused a close: the handle then
+ * stays in the table (holding nothing) and a second close frees it. */
+ZU_API int ZU_pipeClose(int handle);
+/* Reads one message, or the next part of one longer than `size`, into
+ * `buffer`; *count gets the bytes read (0 unless the result is 0). A server
+ * end first takes a client, and takes only a client of its own user (else
+ * ZU_PIPE_REFUSED, and the next read waits for another). ZU_PIPE_PENDING:
+ * nothing yet (ZU_PIPE_NOWAIT only); ZU_PIPE_GONE: the other end has gone,
+ * and a server's next read serves a new client. A writing end, a null
+ * buffer or count, or a size below 1 is ZU_PIPE_SYSTEM_ERROR. */
+ZU_API int ZU_pipeRead(int handle, void *buffer, int size, int *count);
+/* Sends `size` bytes as one message, waiting while the reader is behind.
+ * Size 0 sends nothing (an empty message would read as "gone"). A server
+ * with no client yet, a reader that has gone, a reading end, or a message
+ * larger than the system takes at once is ZU_PIPE_SYSTEM_ERROR; a client of
+ * another user is ZU_PIPE_REFUSED. */
+ZU_API int ZU_pipeWrite(int handle, const void *buffer, int size);
+
+/* ======================================================================
+ * Process report: program, version, command line, host, system, hardware,
+ * memory, local time and the environment, framed by lines of '=' and '-'.
+ * The command line is the triple stored by ZU_setArgs.
+ * ====================================================================== */
+
+/* 0; 1 for a null stream; 2 when the stream reports a write error (raised
+ * under "ZU_processReport"). Null texts print as empty. */
+ZU_API int ZU_processReport(FILE *stream, const char *program, const char *version);
 
 /* ======================================================================
  * Allocation failure hook

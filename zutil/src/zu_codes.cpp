@@ -46,6 +46,32 @@ const char *ZU_optErrText(int code)
     }
 }
 
+const char *ZU_pipeCodeText(int code)
+{
+    switch (code) {
+#define ZU_CASE_(c, name, text) \
+    case c:                     \
+        return text;
+        ZU_PIPE_CODES(ZU_CASE_)
+#undef ZU_CASE_
+    default:
+        return "";
+    }
+}
+
+const char *ZU_wrMesCodeText(int number)
+{
+    switch (number) {
+#define ZU_CASE_(c, name, text) \
+    case c:                     \
+        return text;
+        ZU_WRMES_CODES(ZU_CASE_)
+#undef ZU_CASE_
+    default:
+        return "";
+    }
+}
+
 const char *ZU_version(void)
 {
     return "0.1";

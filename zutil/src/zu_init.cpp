@@ -49,6 +49,7 @@ void ZU_init(int atexitFlag)
     g_started.store(true, std::memory_order_release);
     ZU_memInit(atexitFlag);
     zu_errInit(atexitFlag);
+    ZU_wrMesInit();
     loadUnitTables(atexitFlag);
 }
 

@@ -50,6 +50,8 @@ void zu_optReset(void);
  * memory, so no handle is left pointing at a freed block). */
 void zu_ndimReset(void);
 void zu_respReset(void);
+/* Pipes: close every pipe and empty the table (ZU_memFreeAll). */
+void zu_pipeReset(void);
 
 /* Compiles a routine pattern quietly for the error operations; returns 1 and
  * fills `buffer` unless it is "*" (then `*all` is set) or doesn't compile. */

@@ -230,6 +230,7 @@ void ZU_memFreeAll(void)
     zu_optReset();
     zu_ndimReset();
     zu_respReset();
+    zu_pipeReset();
     std::lock_guard<std::mutex> guard(g_initMutex);
     if (!g_initialised.load(std::memory_order_relaxed))
         return;

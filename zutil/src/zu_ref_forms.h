@@ -143,8 +143,10 @@ struct Form {
 #define ZU_REF_ARGS(...) ZU_REF_CAT(ZU_REF_A, ZU_REF_NARGS(__VA_ARGS__))
 #define ZU_REF_L0
 #define ZU_REF_L1 , size_t l0
+#define ZU_REF_L2 , size_t l0, size_t l1
 #define ZU_REF_V0 0
 #define ZU_REF_V1 l0
+#define ZU_REF_V2 l0, l1
 
 /* One by-reference form NAME_ref of the core NAME and its gfortran alias
  * LOWER_ref_; BAD is the code for a missing argument. */
@@ -155,5 +157,10 @@ struct Form {
         return zuref::Form<NT, __VA_ARGS__>::run(NAME, BAD, #NAME "_ref", rc, lens ZU_REF_ARGS(__VA_ARGS__)); \
     }                                                                                                 \
     ZU_API int LOWER##_ref_(ZU_REF_PARAMS(__VA_ARGS__) int *rc ZU_REF_L##NT) __attribute__((alias(#NAME "_ref")));
+
+/* The upper-case twin UPPER_REF of NAME_ref, for callers whose compiler
+ * links names in capitals; RET and PARAMS repeat the form's signature. */
+#define ZU_REF_UPPER(NAME, UPPER, RET, PARAMS) \
+    ZU_API RET UPPER##_REF PARAMS __attribute__((alias(#NAME "_ref")));
 
 #endif

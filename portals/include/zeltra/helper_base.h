@@ -96,6 +96,8 @@ public:
     void showMessage(const String& text, const StringStringMap& data, int level);
     // Shown with "Testing: " in front when MQA_TESTING is on; says whether it is.
     bool testMessage(const String& text, const StringStringMap& data, int level);
+    // Whether MQA_TESTING is on (read once per process).
+    static bool testingOn();
     // Tells the host that the response `name` failed, with a reason.
     void reportErrorInCall(const String& name, const StringStringMap& data, const String& text);
     // Gives the host the values of a response; no values at all is a failure.

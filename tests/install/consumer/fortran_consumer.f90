@@ -3,9 +3,21 @@
 ! doubles and a 1-D array of integers, reads them back after a reopen (one
 ! into the program's own array, one into memory the library allocates), and
 ! deletes the file. It stops with an error on any mismatch; the path of the
-! file comes as the first argument.
+! file comes as the first argument. It also sends messages through the
+! library's message writer to a printer of its own and to a log file.
+module consumer_outputs
+    implicit none
+    character(len=64) :: printed = ''
+contains
+    subroutine remember(text)
+        character(len=*), intent(in) :: text
+        printed = text
+    end subroutine remember
+end module consumer_outputs
+
 program fortran_consumer
     use zeltra_sdf
+    use consumer_outputs
     use iso_c_binding, only: c_ptr, c_f_pointer
     implicit none
     integer :: ch, rc, nread, count, i
@@ -13,7 +25,7 @@ program fortran_consumer
     integer :: steps(4)
     integer, pointer :: got(:)
     character(len=8) :: units, names(4)
-    character(len=256) :: path
+    character(len=256) :: path, line
     type(c_ptr) :: mem
 
     call get_command_argument(1, path)
@@ -55,6 +67,17 @@ program fortran_consumer
     call sdf_open_ref(ch, path, 'BINARY', 'OLD', 'WRITE', rc)
     call sdf_close_ref(ch, 'DELETE', rc)
     call expect(rc, 0, 'delete')
+
+    call zu_wrmesprinterlen_ref(remember)
+    call zu_wrmeslog_ref(trim(path) // '.log', 'write', rc)
+    call expect(rc, 0, 'log open')
+    call zu_wrmes_ref('from fortran    ')
+    call zu_wrmeslog_ref(' ', ' ', rc)
+    if (printed /= 'from fortran' .or. len_trim(printed) /= 12) error stop 'printer got the message wrong'
+    open (newunit=i, file=trim(path) // '.log', status='old', action='read')
+    read (i, '(a)') line
+    close (i, status='delete')
+    if (line /= 'from fortran') error stop 'log got the message wrong'
 
 contains
 
