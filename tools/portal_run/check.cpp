@@ -207,11 +207,13 @@ void Checker::checkNames(const SurveyedTagFile& f, const TagData& tag, const std
     }
     for (const std::string& n : list) {
         if (!f.input) {
+            // A name the study doesn't list is read and dropped, which is
+            // harmless; a misspelt one leaves the study's response unbound,
+            // and that is reported below.
             bool known = false;
             for (const Response& r : study_.responses) known = known || r.name == n;
-            if (!known)
-                warn(where, "'" + n + "' is not a response of the study: its value is not kept");
-            else if (auto [it, fresh] = boundResponses_.emplace(n, where); !fresh)
+            if (!known) continue;
+            if (auto [it, fresh] = boundResponses_.emplace(n, where); !fresh)
                 error(where, "response '" + n + "' is bound twice: here and at " + it->second +
                                  "; a design keeps only one of the values");
             continue;
