@@ -153,9 +153,9 @@ private:
     std::unique_ptr<MOSAQ::Portals::IPortal> portal_;
 };
 
-bool loadOrSay(const std::string& path, Study& study) {
+bool loadOrSay(const std::string& path, Study& study, bool tagsMayBeMissing = false) {
     try {
-        study = loadStudy(path);
+        study = loadStudy(path, tagsMayBeMissing);
         return true;
     } catch (const StudyError& e) {
         std::fprintf(stderr, "portal-run: %s\n", e.what());
@@ -227,7 +227,7 @@ int bindTemplateMain(const Args& a, const std::string& pluginPath) {
     if (r.outPath.empty()) return usage("bind", "bind template needs --out FILE");
     Study study;
     const bool haveStudy = a.options.count("--study") != 0;
-    if (haveStudy && !loadOrSay(option(a, "--study"), study)) return kExitStudy;
+    if (haveStudy && !loadOrSay(option(a, "--study"), study, true)) return kExitStudy;
     Session session;
     std::string error, done;
     if (!session.open(pluginPath, study, error)) {
@@ -303,7 +303,7 @@ int bindMain(const Args& a, const std::string& pluginPath) {
     std::string error, done;
     if (!bindRequest(a, r, error)) return usage("bind", error);
     Study study;
-    if (!loadOrSay(a.positional.front(), study)) return kExitStudy;
+    if (!loadOrSay(a.positional.front(), study, true)) return kExitStudy;
     Session session;
     if (!session.open(pluginPath, study, error)) {
         std::fprintf(stderr, "portal-run: %s\n", error.c_str());

@@ -163,6 +163,7 @@ bool inspectText(const std::string& path, const std::string& delims, std::ostrea
         tens += c % 10 == 0 ? static_cast<char>('0' + (c / 10) % 10) : ' ';
         ones += static_cast<char>('0' + c % 10);
     }
+    while (!tens.empty() && tens.back() == ' ') tens.pop_back();
     out << "  row | " << tens << "\n      | " << ones << "\n";
     int row = 0;
     for (const std::string& l : lines) {
