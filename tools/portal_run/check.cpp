@@ -417,14 +417,14 @@ void Checker::checkPortal(const SurveyedTagFile& f, const TagData& tag, const st
             error(where, "the portal cannot list the sample output " + shown(file) + ": " +
                              firstLine(errors));
         for (const ItemGroup& g : groups)
-            for (const auto& item : g.items) rows.insert(g.name + "/" + item.name);
+            for (const auto& item : g.items) rows.insert(item.name);
         it = listings_.emplace(file, std::move(rows)).first;
     }
-    const std::string key = tag.path[tag.path.size() - 2] + "/" + tag.path.back();
-    if (!it->second.empty() && !it->second.count(key))
-        error(where, "'" + tag.path.back() + "' is not among the " + tag.path[tag.path.size() - 2] +
-                         " of the sample output " + shown(file) +
-                         " (portal-run inspect lists them)");
+    // The portal reads the variable named by the path's second entry; a
+    // file written with a version below 7.2 keeps "Key" as the first.
+    if (!it->second.empty() && !it->second.count(tag.path[1]))
+        error(where, "'" + tag.path[1] + "' is not among the rows of the sample output " +
+                         shown(file) + " (portal-run inspect lists them)");
 }
 
 void Checker::checkTag(const SurveyedTagFile& f, const TagData& tag, const std::string& where) {
