@@ -2,8 +2,9 @@
 // as it stands after the replacements before it: a fixed field's columns and
 // a free token's ordinal are those of the written input. A free value's
 // length changes from design to design, so a fixed field may not follow a
-// free one on a line, and a free placeholder must stand between delimiters,
-// since the mark module replaces a whole token.
+// free one on a line, a free placeholder must stand between delimiters,
+// since the mark module replaces a whole token, and a free one may follow a
+// fixed field only where delimiters keep that field one token.
 #include "bind_template.h"
 
 #include <cctype>
@@ -100,6 +101,7 @@ bool bindTemplate(MOSAQ::Portals::IPortal& portal, const Study* study, const Tem
         const std::string where = r.templatePath + ":" + std::to_string(row) + ": ";
         std::string out;
         bool freeSeen = false;
+        bool fixedMerges = false;  // a fixed field that may run into its neighbours' tokens
         for (std::size_t pos = 0; pos < line.size();) {
             const auto open = line.find("{{", pos);
             if (open == std::string::npos) {
@@ -152,6 +154,10 @@ bool bindTemplate(MOSAQ::Portals::IPortal& portal, const Study* study, const Tem
                             " columns";
                     return false;
                 }
+                const bool bounded =
+                    (out.empty() || set.find(out.back()) != std::string::npos) &&
+                    (close + 2 >= line.size() || set.find(line[close + 2]) != std::string::npos);
+                fixedMerges = fixedMerges || !bounded;
                 const std::size_t start = out.size() + 1;
                 out += std::string(static_cast<std::size_t>(p.width) - value.size(), ' ') + value;
                 tag.properties = {{"mode", "fixed", ""},
@@ -167,6 +173,13 @@ bool bindTemplate(MOSAQ::Portals::IPortal& portal, const Study* study, const Tem
                 const bool before = out.empty() || set.find(out.back()) != std::string::npos;
                 const bool after = close + 2 >= line.size() ||
                                    set.find(line[close + 2]) != std::string::npos;
+                if (fixedMerges) {
+                    error = where + "{{" + p.name + "}} follows a placeholder with a width that "
+                            "touches other text, so its token number would change with that "
+                            "value: put delimiters around the field or give {{" + p.name +
+                            "}} a width too";
+                    return false;
+                }
                 if (!before || !after || TaggingImpl::countTokens(value, set) != 1) {
                     error = where + "{{" + p.name + "}} must stand between delimiters (blank, "
                             "tab, comma, ; \" = ( ) ') and its value be one token, since a free "

@@ -200,4 +200,38 @@ TEST_F(Bindings, BindsXmlScriptAndPortalTagsThroughThePlugin) {
     EXPECT_TRUE(has("0 errors")) << output;
 }
 
+TEST_F(Bindings, TemplatePlaceholdersThatCannotBeTagsAreRefused) {
+    writeStudy();
+    const std::pair<const char*, const char*> cases[] = {
+        {"x{{length}}\n", "must stand between delimiters"},
+        {"{{length}} {{width:%5.2f}}\n", "has a width but follows a placeholder without one"},
+        {"ab{{width:%4.1f}} {{length}}\n", "follows a placeholder with a width that touches"},
+        {"{{width:%2.1f}}\n", "the value 0.5 of 'width' is wider than the placeholder's 2"},
+        {"a = {{depth}}\n", ":1: the study has no parameter 'depth'"},
+        {"a\nb = {{length\n", ":2: '{{' without '}}'"},
+        {"nothing here\n", "holds no placeholder"},
+    };
+    for (const auto& [text, expect] : cases) {
+        SCOPED_TRACE(text);
+        dir.write("t.tpl", text);
+        EXPECT_EQ(run("bind template '" + dir.file("t.tpl") + "' --out '" + dir.file("new.inp") +
+                      "' --study " + study()),
+                  3);
+        EXPECT_TRUE(has(expect)) << output;
+        EXPECT_FALSE(std::filesystem::exists(dir.file("new.inp")));
+    }
+    // Without a study the analysis names the tag file and the values are 0.
+    dir.write("t.tpl", "a ={{width:%7.2f}}, {{length}}\n");
+    ASSERT_EQ(run("bind template '" + dir.file("t.tpl") + "' --out '" + dir.file("new.inp") +
+                  "' --analysis a"),
+              0)
+        << output;
+    EXPECT_EQ(readFile(dir.file("new.inp")), "a =   0.00, 0\n");
+    const std::string tags = readFile(dir.file("M_in_a_new.inp"));
+    EXPECT_NE(tags.find("fixed, 1,3.7, 2, Real, width, %7.2f\n"
+                        "free, 1,\\,;\"=()'\\t\\s, 3, Real, length, Default"),
+              std::string::npos)
+        << tags;
+}
+
 }  // namespace
