@@ -166,9 +166,10 @@ bool Checker::fileUsable(const SurveyedTagFile& f) {
         return false;
     }
     if (f.owner == TagOwner::None) {
-        error(shown(f.path), "no module claims this tag file: the name of an " + kind +
-                                 "'s tag file begins with M_" + (f.input ? "in_" : "out_") +
-                                 ", X_, S_ or P_ likewise; " + effect);
+        const std::string d = f.input ? "in_" : "out_";
+        error(shown(f.path), "no module claims this tag file: an " + kind +
+                                 "'s tag file is named M_" + d + "..., X_" + d + "..., S_" + d +
+                                 "... or P_" + d + "...; " + effect);
         return false;
     }
     if (!f.filteredOut.empty()) {

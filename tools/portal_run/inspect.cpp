@@ -5,6 +5,7 @@
 #include "inspect.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <list>
@@ -85,9 +86,13 @@ void printElement(const pugi::xml_node& node, const std::string& path, std::ostr
 }  // namespace
 
 bool fileKind(const std::string& path, FileKind& kind, std::string& error) {
+    std::error_code ec;
     std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = "cannot read " + path;
+    if (!std::filesystem::is_regular_file(path, ec) || !in) {
+        std::error_code missing;
+        error = "cannot read " + path + (std::filesystem::exists(path, missing)
+                                             ? std::string(": not a file")
+                                             : std::string(": no such file"));
         return false;
     }
     char head[16] = {};

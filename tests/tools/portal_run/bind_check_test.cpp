@@ -117,18 +117,25 @@ TEST_F(Bindings, EachSilentMistakeStopsTheRunWithItsPlace) {
         EXPECT_FALSE(std::filesystem::exists(dir.file("runs"))) << "a design ran";
         EXPECT_EQ(run("check " + study()), 3) << output;
         EXPECT_TRUE(has(c.expect)) << output;
-        EXPECT_EQ(run("--dry-run " + study()), 3) << output;
         std::filesystem::remove(dir.file(c.tagName));
     }
 }
 
-TEST_F(Bindings, WarningsAreShownAndTheRunGoesOn) {
+TEST_F(Bindings, WarningsAreShownAndOutputTagsResolveInASample) {
     dir.write("M_in_s_deck.inp", markFile("free, 1,\\s, 2, Real, length, %g\n"));
     writeStudy();
     EXPECT_EQ(run("check " + study()), 0) << output;
     EXPECT_TRUE(has("s.toml:10: warning: parameter 'width' is bound nowhere")) << output;
     EXPECT_EQ(run(study()), 0) << output;
     EXPECT_LT(output.find("warning: parameter 'width'"), output.find("2 designs, 2 ok")) << output;
+
+    const std::string sample = " --sample-output '" + dir.file("runs/design_0001") + "' ";
+    EXPECT_EQ(run("check" + sample + study()), 0) << output;
+    dir.write("M_out_s_results.txt", markFile("free, 2,\\s, 2, Real, area, %g\n"));
+    EXPECT_EQ(run("check" + sample + study()), 3) << output;
+    EXPECT_TRUE(has("M_out_s_results.txt:11: error: row 2 is past the end of the sample output"))
+        << output;
+    EXPECT_EQ(run("--dry-run" + sample + study()), 3) << output;
 }
 
 TEST_F(Bindings, BindWritesTagsReadOffInspectAndTheStudyRunsOnThem) {
