@@ -118,6 +118,17 @@ bool newTag(const Study& study, const BindRequest& r, bool input, const std::str
                                                   std::to_string(width);
                 col = r.firstColumn == 1 ? 1 : 2;
             }
+            // The field is written as it stands between commas and read back
+            // trimmed: a bare comma or an outer blank wouldn't survive.
+            for (std::size_t i = 0; i < delims.size(); ++i) {
+                if (delims[i] == '\\') ++i;
+                else if (delims[i] == ',' || ((i == 0 || i + 1 == delims.size()) &&
+                                              (delims[i] == ' ' || delims[i] == '\t'))) {
+                    error = "'" + delims + "': write a comma as \\, and a blank or tab as \\s "
+                            "or \\t, or the tag file can't be read back";
+                    return false;
+                }
+            }
             if (r.row < 1 || col < 1 || delims.empty()) {
                 error = "a mark tag needs --row and --token (with --widths when fixed) or "
                         "--columns, each 1 or more";

@@ -381,10 +381,9 @@ void Checker::checkPortalElements(const SurveyedTagFile& f) {
     } walker;
     doc.document_element().traverse(walker);
     for (const pugi::xml_node& n : walker.odd) {
-        const int line = 1 + static_cast<int>(std::count(
-                                 text.begin(), text.begin() + std::min<std::ptrdiff_t>(
-                                                                  n.offset_debug(), text.size()),
-                                 '\n'));
+        const std::ptrdiff_t off = std::clamp<std::ptrdiff_t>(
+            n.offset_debug(), 0, static_cast<std::ptrdiff_t>(text.size()));
+        const int line = 1 + static_cast<int>(std::count(text.begin(), text.begin() + off, '\n'));
         error(at(f.path, line), std::string("element <") + n.name() +
                                     "> is not read: a portal tag file holds Key, tag, Prop "
                                     "and PortalData elements");

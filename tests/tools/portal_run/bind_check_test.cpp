@@ -161,6 +161,8 @@ TEST_F(Bindings, BindWritesTagsReadOffInspectAndTheStudyRunsOnThem) {
     EXPECT_TRUE(has("'width' and 'length'")) << output;
     EXPECT_EQ(run("bind " + s + "deck.inp depth --row 1 --token 1"), 3);
     EXPECT_TRUE(has("parameter 'depth' is not in the study")) << output;
+    EXPECT_EQ(run("bind " + s + "deck.inp length --row 1 --token 2 --delims 'a,b'"), 3);
+    EXPECT_TRUE(has("write a comma as \\,")) << output;
     EXPECT_EQ(run("bind " + s + "nosuch.inp length --row 1 --token 1"), 3);
     EXPECT_TRUE(has("'nosuch.inp' is neither an input nor an output")) << output;
     EXPECT_EQ(readFile(dir.file("M_in_s_deck.inp")), tags);
