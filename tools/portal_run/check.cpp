@@ -450,7 +450,7 @@ void Checker::checkTag(const SurveyedTagFile& f, const TagData& tag, const std::
 void Checker::checkCoverage() {
     for (const Parameter& p : study_.parameters)
         if (!boundParameters_.count(p.name))
-            warn(shown(study_.path) + (p.line ? ":" + std::to_string(p.line) : ""),
+            warn(at(study_.path, p.line),
                  "parameter '" + p.name + "' is bound nowhere: its values reach no input");
     for (const Response& r : study_.responses)
         if (!boundResponses_.count(r.name))

@@ -78,7 +78,7 @@ void printElement(const pugi::xml_node& node, const std::string& path, std::ostr
     for (const pugi::xml_node& c : node.children()) {
         if (c.type() != pugi::node_element) continue;
         std::string segment = c.name();
-        if (count[segment] > 1) segment += "[" + std::to_string(seen[c.name()]++) + "]";
+        if (count[segment] > 1) segment.append("[").append(std::to_string(seen[c.name()]++)).append("]");
         printElement(c, path + "/" + segment, out);
     }
 }

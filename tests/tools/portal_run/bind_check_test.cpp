@@ -63,7 +63,8 @@ protected:
         output = readFile(dir.file("out.txt"));
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    std::string study() { return "'" + dir.file("s.toml") + "'"; }
+    std::string quoted(const std::string& path) { return std::string("'").append(path).append("'"); }
+    std::string study() { return quoted(dir.file("s.toml")); }
     bool has(const std::string& text) const { return output.find(text) != std::string::npos; }
 
     TempDir dir;
