@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "commands.h"
 #include "console.h"
 #include "designs.h"
 #include "host.h"
@@ -40,6 +41,7 @@ const char* const kUsage =
     "usage: portal-run [options] STUDY.toml\n"
     "       portal-run status [--runs DIR] STUDY.toml\n"
     "       portal-run report [--runs DIR] [-o FILE] STUDY.toml\n"
+    "       portal-run inspect FILE | bind ... | check STUDY.toml  (each with --help)\n"
     "\n"
     "Runs a study: every design of the study file goes through the portal\n"
     "plug-in and the solver in a run folder of its own, and the results end up\n"
@@ -67,7 +69,9 @@ const char* const kUsage =
     "  --set KEY=VALUE   a host setting, over the study's [settings]\n"
     "  --retry-failed    run designs that failed in an earlier run again\n"
     "  --fresh           remove earlier run folders (design_NNNN) and results first\n"
-    "  --dry-run         list the designs and stop\n"
+    "  --dry-run         list the designs, check the study's bindings as\n"
+    "                    'portal-run check' does, and stop; exit 3 on errors\n"
+    "  --sample-output DIR  with --dry-run: resolve output tags in DIR's outputs\n"
     "  --read-locks      let the portal take SDF read locks on the outputs (off:\n"
     "                    the solver has ended before they are read)\n"
     "  -q, --quiet       show only errors and warnings\n"
@@ -103,7 +107,9 @@ const char* const kUsage =
     "A design fails, and the study goes on, when the solver exits with a code\n"
     "other than 0, passes the time limit, prints an \"ERROR:\" message, or a\n"
     "response can't be read. Each run folder keeps the solver's output, the\n"
-    "portal's log and result.toml with the reason.\n"
+    "portal's log and result.toml with the reason. Before any design runs, the\n"
+    "tag files are checked (see 'portal-run check --help'): errors refuse the\n"
+    "run, warnings are printed at its start.\n"
     "\n"
     "exit codes:\n"
     "  0    every design finished ok\n"
@@ -121,6 +127,7 @@ struct Options {
     std::string study;
     std::string plugin;  // empty: the one beside portal-run
     std::string runs;
+    std::string sampleOutput;
     std::map<std::string, std::string> settings;
     RunOptions run;
     std::string scheduler;  // empty: the study's
@@ -141,7 +148,8 @@ int parseArgs(int argc, char** argv, Options& o) {
         std::string a = argv[i];
         std::string value;
         const bool takesValue = a == "-j" || a == "--jobs" || a == "--plugin" || a == "--runs" ||
-                                a == "--set" || a == "--scheduler" || a == "--worker";
+                                a == "--set" || a == "--scheduler" || a == "--worker" ||
+                                a == "--sample-output";
         if (auto eq = a.find('='); a.rfind("--", 0) == 0 && eq != std::string::npos) {
             value = a.substr(eq + 1);
             a = a.substr(0, eq);
@@ -171,6 +179,8 @@ int parseArgs(int argc, char** argv, Options& o) {
             o.plugin = value;
         } else if (a == "--runs") {
             o.runs = value;
+        } else if (a == "--sample-output") {
+            o.sampleOutput = value;
         } else if (a == "--set") {
             auto eq = value.find('=');
             if (eq == 0 || eq == std::string::npos) return usageError("--set needs KEY=VALUE");
@@ -248,6 +258,8 @@ int runOneDesign(const Options& o, const Study& study, const std::vector<Design>
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && isSubcommand(argv[1]))
+        return subcommandMain(argc - 1, argv + 1, pluginBesideProgram(ZELTRA_PLUGIN_FROM_BIN));
     // A study file named "status" or "report" is still run as ./status.
     if (argc > 1 && std::strcmp(argv[1], "status") == 0) return statusCommand(argc - 2, argv + 2);
     if (argc > 1 && std::strcmp(argv[1], "report") == 0) return reportCommand(argc - 2, argv + 2);
@@ -269,10 +281,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "portal-run: %s\n", e.what());
         return kExitStudy;
     }
-    if (o.dryRun) {
-        listDesigns(study, designs);
-        return kExitOk;
-    }
+    if (o.dryRun) listDesigns(study, designs);
     o.run.settings = study.settings;
     for (const auto& [k, v] : o.settings) o.run.settings[k] = v;
 
@@ -301,6 +310,10 @@ int main(int argc, char** argv) {
             return kExitPlugin;
         }
     }
+    // The bindings are checked before any run folder exists; a tag that
+    // would silently write nowhere refuses the run.
+    if (int rc = checkBeforeRun(o.plugin, study, o.sampleOutput); rc != kExitOk || o.dryRun)
+        return rc;
     // What decides a design's result besides its values: a record made
     // under another identity is not this study's result.
     const std::string pluginFile = loadedLibraryFile(o.plugin);

@@ -281,7 +281,8 @@ void checkTagName(const Reader& r, const toml::table& t, const std::string& tags
                "... or P_" + dir + "...");
 }
 
-std::vector<FileSpec> readFiles(const Reader& r, const toml::table& root, bool input) {
+std::vector<FileSpec> readFiles(const Reader& r, const toml::table& root, bool input,
+                                bool tagsMayBeMissing) {
     const char* key = input ? "inputs" : "outputs";
     std::vector<FileSpec> out;
     std::set<std::string> names;
@@ -305,7 +306,7 @@ std::vector<FileSpec> readFiles(const Reader& r, const toml::table& root, bool i
         if (auto tags = r.string(t, "tags", where); tags && !tags->empty()) {
             checkTagName(r, t, *tags, input, where);
             f.tags = r.path(*tags);
-            if (!fs::is_regular_file(f.tags)) r.fail(t.get("tags"), where, "no such tag file: " + f.tags);
+            if (!tagsMayBeMissing && !fs::is_regular_file(f.tags)) r.fail(t.get("tags"), where, "no such tag file: " + f.tags);
         }
         out.push_back(std::move(f));
     }
@@ -464,7 +465,7 @@ void readResponses(const Reader& r, const toml::table& root, Study& s) {
     }
 }
 
-Study build(const toml::table& root, const std::string& path) {
+Study build(const toml::table& root, const std::string& path, bool tagsMayBeMissing = false) {
     Study s;
     s.path = fs::absolute(path).lexically_normal().string();
     s.dir = fs::path(s.path).parent_path().string();
@@ -501,8 +502,8 @@ Study build(const toml::table& root, const std::string& path) {
             r.fail(params[i], "parameter '" + p.name + "'", "'min'/'max' need method = \"lhs\"");
         s.parameters.push_back(std::move(p));
     }
-    s.inputs = readFiles(r, root, true);
-    s.outputs = readFiles(r, root, false);
+    s.inputs = readFiles(r, root, true, tagsMayBeMissing);
+    s.outputs = readFiles(r, root, false, tagsMayBeMissing);
     readResponses(r, root, s);
     readTexts(r, root, s);
     return s;
@@ -527,7 +528,7 @@ Study parseStudy(std::string_view text, const std::string& path) {
     return build(root, path);
 }
 
-Study loadStudy(const std::string& path) {
+Study loadStudy(const std::string& path, bool tagsMayBeMissing) {
     std::error_code ec;
     if (!fs::is_regular_file(path, ec)) throw StudyError(path + ": no such study file");
     toml::table root;
@@ -536,7 +537,7 @@ Study loadStudy(const std::string& path) {
     } catch (const toml::parse_error& e) {
         throw StudyError(parseErrorText(path, e));
     }
-    return build(root, path);
+    return build(root, path, tagsMayBeMissing);
 }
 
 }  // namespace portalrun

@@ -103,8 +103,9 @@ struct Study {
     std::map<std::string, std::map<std::string, std::string>> properties;
 };
 
-// Reads and checks a study file. Throws StudyError.
-Study loadStudy(const std::string& path);
+// Reads and checks a study file. Throws StudyError. tagsMayBeMissing lets
+// a named tag file be absent (bind creates it).
+Study loadStudy(const std::string& path, bool tagsMayBeMissing = false);
 
 // The same from a text; path names the file in messages and anchors relative
 // paths. Throws StudyError.
