@@ -1,0 +1,1 @@
+#include "calc_test_support.h"
