@@ -401,8 +401,11 @@ int fold(CalcRun *run, CalcNode *head, CalcNode **rootOut)
     for (size_t k = 1; k < toks.size(); ++k) {
         CalcNode *t = toks[k];
         CalcNode **place = &root;
+        /* Units follow their operand: they never descend past an equal
+         * priority, so "1 [m] [s]" gives units to "1 [m]". */
+        const bool descendEqual = t->assoc == -1 && t->kind != CALC_UNITS;
         while (*place && ((*place)->priority < t->priority ||
-                          ((*place)->priority == t->priority && t->assoc == -1)))
+                          ((*place)->priority == t->priority && descendEqual)))
             place = &(*place)->right;
         if (*place) {
             if (prefix_kind(t->kind)) return calc_fail(run, t, 3109, 0);

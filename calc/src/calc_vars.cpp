@@ -220,6 +220,7 @@ int calc_write(CalcRun *run, CalcNode *n, const char *name)
                                 n->dims, units, nullptr);
         if (rc >= 3000) return chain(run, n, rc, "sdf_define_array");
         int64_t start[8] = {0};
+        start[0] = n->dims[0]; /* from the first element, not appended */
         if (n->type == SDF_CHAR_T) {
             rc = Sdf_Write_Carray64(ch, name, n->cdata, start, n->count);
             return chain(run, n, rc, "sdf_write_carray");
@@ -343,6 +344,7 @@ int calc_assign(CalcRun *run, CalcNode *op)
             rc = chain(run, op, rc, v->type == SDF_CHAR_T ? "sdf_put_cval" : "sdf_put_val");
         } else {
             int64_t start[8] = {0};
+            start[0] = sdims[0];
             rc = v->type == SDF_CHAR_T ? Sdf_Write_Carray64(ch, name, v->cdata, start, v->count)
                                        : Sdf_Write_Array64(ch, name, v->data, start, v->count);
             rc = chain(run, op, rc, v->type == SDF_CHAR_T ? "sdf_write_carray" : "sdf_write_array");
@@ -387,6 +389,7 @@ int calc_assign(CalcRun *run, CalcNode *op)
                                 dims, stored && *stored ? stored : nullptr, nullptr);
         if (rc >= 3000) return chain(run, op, rc, "sdf_define_array");
         int64_t start[8] = {0};
+        start[0] = dims[0];
         rc = v->type == SDF_CHAR_T ? Sdf_Write_Carray64(ch, name, v->cdata, start, cnt)
                                    : Sdf_Write_Array64(ch, name, v->data, start, cnt);
         rc = chain(run, op, rc, "sdf_write_array");
