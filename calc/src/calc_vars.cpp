@@ -130,6 +130,7 @@ int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
         n->dimStore[1] = 1;
         return apply_stored_units(run, n, full);
     }
+    if (isArr && type != SDF_CHAR_T && calc_cache_take(run, n, full)) return apply_stored_units(run, n, full);
     if (isArr) {
         Sdf_Get_Dims64(ch, full, dims);
         const int64_t count = Sdf_Num_Elem64(dims);
@@ -148,6 +149,7 @@ int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
             rc = Sdf_Read_Array64(ch, full, &p, start, count, &nread);
         }
         if (rc >= 3000) return chain(run, n, rc, "sdf_read_array");
+        calc_cache_offer(run, n, full);
     } else if (type == SDF_CHAR_T) {
         char *text = nullptr;
         int len = 0;
@@ -212,6 +214,7 @@ int calc_read_name(CalcRun *run, CalcNode *n)
 int calc_write(CalcRun *run, CalcNode *n, const char *name)
 {
     const int ch = run->channel;
+    calc_cache_forget(run);
     if (exists(run, name) && Sdf_Delete(ch, name) >= 3000) return chain(run, n, 3000, "sdf_delete");
     const char *units = n->units && *n->units ? n->units : nullptr;
     int rc;
@@ -300,6 +303,7 @@ int read_lhs(CalcRun *run, CalcNode *l, Lhs *out)
 int calc_assign(CalcRun *run, CalcNode *op)
 {
     CalcNode *v = op->right;
+    calc_cache_forget(run);
     Lhs lhs;
     int rc = read_lhs(run, op->left, &lhs);
     if (rc >= 3000) return rc;
@@ -418,6 +422,7 @@ int calc_assign(CalcRun *run, CalcNode *op)
 
 int calc_table_assign(CalcRun *run, CalcNode *op)
 {
+    calc_cache_forget(run);
     CalcNode *L = op->left, *Rt = op->right;
     if (L->kind != CALC_TABLE || Rt->kind != CALC_TABLE) return calc_fail(run, op, 3103, 0);
     const int ch = run->channel;

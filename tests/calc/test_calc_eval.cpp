@@ -73,6 +73,18 @@ TEST_F(CalcTest, ArraysBroadcastWithWrapAround)
     EXPECT_EQ(value("_$5"), 0) << "an ordering holds only when it holds for every pair";
 }
 
+TEST_F(CalcTest, ANameReadTwiceSeesTheChannelEachTime)
+{
+    ASSERT_EQ(calc("v = {1,2,3}"), 0);
+    ASSERT_EQ(calc("-v + v, v * v, v [km] + 0 [m]"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{0, 0, 0})) << "a changed copy never reaches a later read";
+    EXPECT_EQ(values("_$2"), (std::vector<double>{1, 4, 9}));
+    EXPECT_EQ(values("_$3"), (std::vector<double>{1000, 2000, 3000}));
+    ASSERT_EQ(calc("v + 0, v = {5,5,5}, v + 0"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{1, 2, 3}));
+    EXPECT_EQ(values("_$2"), (std::vector<double>{5, 5, 5})) << "a read after an assignment";
+}
+
 TEST_F(CalcTest, SubscriptsReadAndWriteElements)
 {
     ASSERT_EQ(calc("m = {{1,2},{3,4}}, v = {1,2,3,4}, v(3) = 30, m(2,1) + m(1,2), v(3)"), 0);
