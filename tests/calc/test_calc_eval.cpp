@@ -250,3 +250,54 @@ TEST(CalcFile, FailedItemLeavesEarlierOnesAndAConsistentFile)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CalcTest, ComplexLogicAndShortCircuits)
+{
+    defineAll(ch);
+    // z = 2 - i, x = 1.5 + 2i
+    ASSERT_EQ(calc("z / z, z ** 2, 0 && nowhere, 1 || nowhere, !{0, 3}, z == z, x < z, {1,2} ? 'y' | 'n'"), 0);
+    EXPECT_DOUBLE_EQ(value("_$1"), 1);
+    EXPECT_NEAR(value("_$2"), 3, 1e-12);
+    EXPECT_EQ(value("_$3"), 0) << "the right side of && is not needed";
+    EXPECT_EQ(value("_$4"), 1);
+    EXPECT_EQ(values("_$5"), (std::vector<double>{1, 0}));
+    EXPECT_EQ(value("_$6"), 1);
+    EXPECT_EQ(value("_$7"), 0) << "complex values order by squared modulus: 6.25 > 5";
+    EXPECT_EQ(text("_$8"), "y");
+    EXPECT_EQ(calc("z / (z - z)"), 3104);
+    EXPECT_EQ(calc("{{{{{{{{1}}}}}}}}"), 3021);
+    EXPECT_EQ(calc("1, nowhere"), 3010);
+    EXPECT_EQ(text("_$8"), "y") << "a failed run leaves the results of the last good one";
+}
+
+TEST(CalcDefault, OpensAnInternalChannelAndRefusesAFileChannel)
+{
+    Sdf_Set_Opts("Error_Out=None,Default_Internal_Channel=0");
+    ASSERT_EQ(Sdf_Calc("k = 40 + 2"), 0);
+    int ch = -1;
+    char opt[128];
+    ASSERT_EQ(Sdf_Get_Opt("Default_Internal_Channel", opt), 0);
+    ch = atoi(opt);
+    int32_t k = 0;
+    EXPECT_EQ(Sdf_Get_Val(ch, "k", &k), 0);
+    EXPECT_EQ(k, 42);
+    EXPECT_EQ(Sdf_Calc("k + 1"), 0) << "the same channel again";
+    EXPECT_EQ(Sdf_Exists(ch, "_$1"), 1);
+    char path[] = "/tmp/calc_defXXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    unlink(path);
+    int fch = 0;
+    ASSERT_EQ(Sdf_Open(&fch, path, "BINARY", "NEW", "WRITE"), 0);
+    snprintf(opt, sizeof opt, "Default_Internal_Channel=%d", fch);
+    Sdf_Set_Opts(opt);
+    EXPECT_EQ(Sdf_Calc("1"), 3004);
+    Sdf_Close(fch, "DELETE");
+    Sdf_Close(ch, "DELETE");
+    Sdf_Set_Opts("Default_Internal_Channel=0");
+}
+
+} // namespace
