@@ -91,6 +91,14 @@ TEST_F(CalcTest, SubscriptsReadAndWriteElements)
     EXPECT_EQ(value("_$1"), 5);
     EXPECT_EQ(value("_$2"), 30);
     EXPECT_EQ(values("v"), (std::vector<double>{1, 2, 30, 4}));
+    ASSERT_EQ(calc("v(2..3), m(1..2, 2), v(1..2) = {7, 8}, v(3..4) = 0"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{2, 30}));
+    EXPECT_EQ(values("_$2"), (std::vector<double>{3, 4}));
+    EXPECT_EQ(values("v"), (std::vector<double>{7, 8, 0, 0}));
+    EXPECT_EQ(calc("v(1..3) = {1, 2}"), 3114);
+    EXPECT_EQ(calc("v(3..2)"), 3111);
+    EXPECT_EQ(calc("v(3..5)"), 3111);
+    ASSERT_EQ(calc("v = {1,2,30,4}"), 0);
     ASSERT_EQ(calc("g(2,3) = {1,2,3,4,5,6}"), 0);
     EXPECT_EQ(dims("g"), (std::vector<int64_t>{2, 2, 3}));
     Sdf_Set_Opts("Overwrite=No");
