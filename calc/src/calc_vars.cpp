@@ -341,6 +341,32 @@ int read_lhs(CalcRun *run, CalcNode *l, Lhs *out)
     return 0;
 }
 
+/* _$INDEX: an SDF_INT_T array of rank 1 holding the target's rank and then
+ * one 1-based subscript per dimension makes a scalar assignment to a plain
+ * array name go to that element. True when it applies (id->dims set). */
+bool index_from_channel(CalcRun *run, CalcNode *id, int rank)
+{
+    int pos = 0;
+    if (!sdf_find_var(run->f, "_$INDEX", &pos)) return false;
+    int type = 0, arr = 0;
+    int64_t d[8] = {0};
+    if (Sdf_Get_Type(run->channel, "_$INDEX", &type, &arr) >= 3000 || type != SDF_INT_T || !arr) return false;
+    if (Sdf_Get_Dims64(run->channel, "_$INDEX", d) >= 3000 || d[0] != 1 || d[1] <= rank || rank > 7) return false;
+    int32_t vals[8];
+    void *p = vals;
+    int64_t start[8] = {0}, nread = 0;
+    if (Sdf_Read_Array64(run->channel, "_$INDEX", &p, start, rank + 1, &nread) >= 3000 || nread != rank + 1 ||
+        vals[0] != rank)
+        return false;
+    id->dims = id->dimStore;
+    id->dimsEnd = id->dimEndStore;
+    id->dimStore[0] = id->dimEndStore[0] = rank;
+    for (int k = 1; k <= rank; ++k) id->dimStore[k] = id->dimEndStore[k] = (int64_t)vals[k] - 1;
+    id->indexed = 1;
+    id->sliced = 0;
+    return true;
+}
+
 /* Writes v into the slice id->dims..id->dimsEnd of an existing array: a
  * scalar fills it, an array must have as many elements. */
 int write_slice(CalcRun *run, CalcNode *op, CalcNode *id, CalcNode *v, const char *name, bool isArray,
@@ -405,6 +431,10 @@ int calc_assign(CalcRun *run, CalcNode *op)
     }
     std::string storedUnits = sunits ? sunits : "";
     if (sunits) Sdf_Free(sunits);
+    if (!lhs.hasSubs && sarr && !v->isArray && index_from_channel(run, id, (int)sdims[0])) {
+        lhs.hasSubs = true;
+        lhs.nsubs = (int)sdims[0];
+    }
     const bool keep = found && !overwrite;
     int T = keep ? stype : lhs.cast;
     if (calc_rank(v->type) == 0) return calc_fail(run, op, 3103, 2);

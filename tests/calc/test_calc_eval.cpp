@@ -98,6 +98,10 @@ TEST_F(CalcTest, SubscriptsReadAndWriteElements)
     EXPECT_EQ(calc("v(1..3) = {1, 2}"), 3114);
     EXPECT_EQ(calc("v(3..2)"), 3111);
     EXPECT_EQ(calc("v(3..5)"), 3111);
+    ASSERT_EQ(calc("_$INDEX = {2, 1, 2}, m = 9, m(1,2), _$INDEX = {1, 4}, v = 5"), 0);
+    EXPECT_EQ(value("_$1"), 9) << "a scalar into a plain array name goes where _$INDEX points";
+    EXPECT_EQ(values("v"), (std::vector<double>{7, 8, 0, 5}));
+    ASSERT_EQ(Sdf_Delete(ch, "_$INDEX"), 0);
     ASSERT_EQ(calc("v = {1,2,30,4}"), 0);
     ASSERT_EQ(calc("g(2,3) = {1,2,3,4,5,6}"), 0);
     EXPECT_EQ(dims("g"), (std::vector<int64_t>{2, 2, 3}));
