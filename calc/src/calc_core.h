@@ -58,8 +58,8 @@ const char *calc_op_name(CalcRun *run, const CalcNode *op);
 int calc_fail_text(CalcRun *run, CalcNode *op, int code, const char *what);
 
 /* Shared reads: a numeric array named more than once in the text is read
- * from the channel once; the later reads get the same block without owning
- * it (the last one takes it over). calc_cache_count counts the names of a
+ * from the channel once; every read gets the same block without owning it,
+ * and the run frees it at its end. calc_cache_count counts the names of a
  * parsed tree; calc_cache_take gives node the kept value of `full` (1) or
  * nothing (0); calc_cache_offer keeps a freshly read node's block for the
  * later reads; calc_cache_forget drops every kept value (after any write to

@@ -640,11 +640,11 @@ int calc_cache_take(CalcRun *run, CalcNode *n, const char *full)
     n->dims = n->dimStore;
     memcpy(n->dimStore, e.dims, sizeof e.dims);
     n->data = e.block;
+    /* Never owned by a reader, not even the last: an earlier reader's value
+     * may still point into the block (an item's result, say). The block
+     * stays on the live list and goes at the run's end. */
     n->owned = 0;
-    if (--e.uses <= 0) {
-        n->owned = 1; /* the last reader takes the block */
-        b->cache.erase(it);
-    }
+    if (--e.uses <= 0) b->cache.erase(it);
     calc_set_views(n);
     return 1;
 }
@@ -662,7 +662,7 @@ void calc_cache_offer(CalcRun *run, CalcNode *n, const char *full)
     } catch (...) {
         return;
     }
-    n->owned = 0; /* the cache holds it until its last reader */
+    n->owned = 0; /* the run holds it from now on, for every reader */
 }
 
 void calc_cache_forget(CalcRun *run)

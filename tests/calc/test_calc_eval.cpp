@@ -83,6 +83,8 @@ TEST_F(CalcTest, ANameReadTwiceSeesTheChannelEachTime)
     ASSERT_EQ(calc("v + 0, v = {5,5,5}, v + 0"), 0);
     EXPECT_EQ(values("_$1"), (std::vector<double>{1, 2, 3}));
     EXPECT_EQ(values("_$2"), (std::vector<double>{5, 5, 5})) << "a read after an assignment";
+    ASSERT_EQ(calc("+v, v && 1"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{5, 5, 5})) << "an item's value outlives a later read";
 }
 
 TEST_F(CalcTest, SubscriptsReadAndWriteElements)
