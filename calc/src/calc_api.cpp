@@ -55,8 +55,9 @@ bool name_more(char c)
 }
 
 /* Picks and checks the channel of a run: channel 0 not open gets a new
- * internal file; the default channel must be internal, a given one
- * writable. 0 or a reported code. */
+ * internal file; any other channel must be open and internal, since a run
+ * that fails half way must never leave a file on disk half changed. 0 or a
+ * reported code. */
 int pick_channel(int channel, bool byDefault, int *out)
 {
     fcb *f = sdf_chan_get(channel);
@@ -73,7 +74,7 @@ int pick_channel(int channel, bool byDefault, int *out)
         return 0;
     }
     if (!f) return sdf_error(R, 3001, channel);
-    if (byDefault && !f->file->internal) return sdf_error(R, 3004, channel);
+    if (!f->file->internal) return sdf_error(R, 3004, channel);
     if (!f->writable) return sdf_error(R, 3002, channel);
     *out = channel;
     return 0;

@@ -399,7 +399,10 @@ typedef void (*Sdf_Calc_User_Fn)(int *channel);
  * that isn't open, a new internal channel is opened and named there. 3004
  * when the option names a channel that isn't internal. */
 SDF_API int Sdf_Calc(const char *expr);
-/* Runs expr on a writable channel: 3001 not open, 3002 read-only. */
+/* Runs expr on an internal channel: 3001 not open, 3004 not internal (a
+ * file on disk is calculated on by copying its variables into an internal
+ * channel and back, as the sdf tool's calc command does). Channel 0 when
+ * not open gets a new internal channel. */
 SDF_API int Sdf_Calc_Chan(int channel, const char *expr);
 /* Registers a user function under name (a valid SDF name below 64
  * characters; compared without regard to case): 3120 when 128 are

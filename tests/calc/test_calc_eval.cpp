@@ -239,7 +239,19 @@ TEST_F(CalcTest, RefFormsPassTextWithLength)
     EXPECT_EQ(Sdf_Calc_Chan(ch + 40, "1"), 3001);
 }
 
-TEST(CalcFile, FailedItemLeavesEarlierOnesAndAConsistentFile)
+TEST_F(CalcTest, FailedItemLeavesEarlierOnes)
+{
+    const double a = 2;
+    ASSERT_EQ(Sdf_Write_Var(ch, "a", SDF_DBLE_T, &a, nullptr, nullptr), 0);
+    EXPECT_EQ(calc("p = a * 2, q = a / 0, r = 1"), 3104);
+    EXPECT_EQ(value("p"), 4);
+    EXPECT_FALSE(has("q"));
+    EXPECT_FALSE(has("r"));
+}
+
+// A run that fails half way must never leave a file on disk half changed,
+// so file channels are refused whatever their intent, and left untouched.
+TEST(CalcFile, FileChannelsAreRefusedWith3004)
 {
     Sdf_Set_Opts("Error_Out=None");
     char path[] = "/tmp/calc_fileXXXXXX";
@@ -251,15 +263,16 @@ TEST(CalcFile, FailedItemLeavesEarlierOnesAndAConsistentFile)
     ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "NEW", "WRITE"), 0);
     const double a = 2;
     ASSERT_EQ(Sdf_Write_Var(ch, "a", SDF_DBLE_T, &a, nullptr, nullptr), 0);
-    EXPECT_EQ(Sdf_Calc_Chan(ch, "p = a * 2, q = a / 0, r = 1"), 3104);
+    EXPECT_EQ(Sdf_Calc_Chan(ch, "p = a * 2"), 3004);
+    int rc = -1;
+    const char text[] = "p = 1";
+    EXPECT_EQ(Sdf_Calc_Chan_ref(&ch, text, &rc, sizeof text - 1), 3004);
+    EXPECT_EQ(rc, 3004);
+    EXPECT_EQ(Sdf_Exists(ch, "p"), 0);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
     ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "OLD", "READ"), 0);
-    double p = 0;
-    EXPECT_EQ(Sdf_Get_Val(ch, "p", &p), 0);
-    EXPECT_EQ(p, 4);
-    EXPECT_EQ(Sdf_Exists(ch, "q"), 0);
-    EXPECT_EQ(Sdf_Exists(ch, "r"), 0);
-    EXPECT_EQ(Sdf_Calc_Chan(ch, "1"), 3002) << "a read-only channel is refused";
+    EXPECT_EQ(Sdf_Calc_Chan(ch, "1"), 3004);
+    EXPECT_EQ(Sdf_Exists(ch, "_$1"), 0);
     Sdf_Close(ch, "DELETE");
 }
 

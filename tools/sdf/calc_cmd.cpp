@@ -1,15 +1,19 @@
-// sdf calc FILE EXPR...: runs expressions on a file opened for writing and
+// sdf calc FILE EXPR...: runs expressions on the variables of a file and
 // prints the result variables each one leaves (_$1, _$2, ...).
 //
-// Invariants: the file is closed with "KEEP" however the command ends, so
-// it is committed in a consistent state; an expression that fails stops the
-// command with exit code 1 after the library's own message, and the ones
-// after it don't run.
+// The calculator works on internal channels only, so the file's variables
+// are copied into one, the expressions run there, and only when every one
+// of them succeeded does the file get what they created, changed or
+// deleted. Invariants: a failing expression (or a failed copy in) leaves
+// the file exactly as it was; the file is closed with "KEEP" however the
+// command ends; the options the command sets are on a pushed level that it
+// pops again.
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "sdf.h"
+#include "sdf_inner.h"
 #include "sdf_tool.h"
 
 namespace sdftool {
@@ -41,6 +45,47 @@ int printResults(int ch)
     return result;
 }
 
+// Copies the file in, runs every expression, and writes back on success.
+int calcOn(int file, const Args& a)
+{
+    // Names must match as they do in the file, or two variables that
+    // differ only in case would fall together (or one not be found).
+    const fcb* f = sdf_chan_get(file);
+    const bool caseInsensitive = f && f->file->case_insensitive;
+    Sdf_Set_Opts(caseInsensitive ? "Case_Sensitive=No,Overwrite=Yes,Overwrite_Warn=No"
+                                 : "Case_Sensitive=Yes,Overwrite=Yes,Overwrite_Warn=No");
+    int in = 0;
+    int rc = Sdf_Open(&in, "", "INTERNAL", "UNKNOWN", "WRITE");
+    if (rc >= 3000) {
+        complain("calc: no internal channel to work on (code %d)", rc);
+        return kFailed;
+    }
+    std::string failed;
+    int result = kOk;
+    if ((rc = copyAll(file, in, &failed))) {
+        complain("calc: \"%s\" could not be copied in (code %d); the file is unchanged", printable(failed).c_str(),
+                 rc);
+        result = kFailed;
+    }
+    for (size_t k = 1; k < a.positional.size() && result == kOk; k++) {
+        const std::string& expr = a.positional[k];
+        rc = Sdf_Calc_Chan(in, expr.c_str());
+        if (rc >= 3000) {
+            complain("calc: \"%s\" failed (code %d); the file is unchanged", printable(expr).c_str(), rc);
+            result = kFailed;
+            break;
+        }
+        if (a.positional.size() > 2) std::printf("%s\n", printable(expr).c_str());
+        result = printResults(in);
+    }
+    if (result == kOk && (rc = writeBack(in, file, &failed))) {
+        complain("calc: \"%s\" could not be written to the file (code %d)", printable(failed).c_str(), rc);
+        result = kFailed;
+    }
+    Sdf_Close(in, "DELETE");
+    return result;
+}
+
 }  // namespace
 
 int cmdCalc(const Args& a)
@@ -52,17 +97,12 @@ int cmdCalc(const Args& a)
         complain("%s: cannot open for writing (code %d)", printable(path).c_str(), rc);
         return kFailed;
     }
-    int result = kOk;
-    for (size_t k = 1; k < a.positional.size() && result == kOk; k++) {
-        const std::string& expr = a.positional[k];
-        rc = Sdf_Calc_Chan(ch, expr.c_str());
-        if (rc >= 3000) {
-            complain("calc: \"%s\" failed (code %d)", printable(expr).c_str(), rc);
-            result = kFailed;
-            break;
-        }
-        if (a.positional.size() > 2) std::printf("%s\n", printable(expr).c_str());
-        result = printResults(ch);
+    int result = kFailed;
+    if (Sdf_Push(-2) == 0) {
+        result = calcOn(ch, a);
+        Sdf_Pop();
+    } else {
+        complain("calc: out of memory");
     }
     rc = Sdf_Close(ch, "KEEP");
     if (rc >= 3000) {

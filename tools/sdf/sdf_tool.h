@@ -126,6 +126,14 @@ bool loadVariable(int ch, const std::string& name, VarInfo& v, Values& vals);
 // Prints the values of one variable, indented, under its heading line.
 void dumpValues(const VarInfo& v, const Values& vals);
 
+// Variable copies for "sdf calc" (calc_copy.cpp): 0 or a library code,
+// with the name of the variable that failed in *failed.
+int copyVariable(int from, bool fromInternal, int to, const std::string& name);
+int copyAll(int file, int in, std::string* failed);
+// Makes the file hold what the internal channel holds: deletes what the run
+// deleted, writes what it created or changed, leaves the rest alone.
+int writeBack(int in, int file, std::string* failed);
+
 int cmdInfo(const Args& a);
 int cmdLs(const Args& a);
 int cmdDump(const Args& a);

@@ -1,6 +1,7 @@
-// "sdf calc" as a user runs it: results printed with type, shape and units,
-// assignments kept in the file, and a failing expression ends the command
-// with exit code 1 and the library's message, the file still readable.
+// "sdf calc" as a user runs it: results printed with type, shape and units;
+// the file gets what the run created, changed or deleted only when every
+// expression succeeded, and a failing one ends the command with exit code 1
+// and the library's message, the file byte for byte as it was.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,7 +31,26 @@ Outcome run(const std::string& args) {
     return r;
 }
 
-TEST(SdfCalcTool, PrintsResultsKeepsAssignmentsAndStopsAtAFailure) {
+std::string bytesOf(const char* path) {
+    std::string out;
+    FILE* f = std::fopen(path, "rb");
+    if (!f) return out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+    std::fclose(f);
+    return out;
+}
+
+double valueIn(int ch, const char* name, int k) {
+    double v[8] = {};
+    void* data = v;
+    int64_t start[8] = {0}, nread = 0;
+    if (Sdf_Read_Array64(ch, name, &data, start, 8, &nread) >= 3000 || k >= nread) return -1;
+    return v[k];
+}
+
+TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     char path[] = "/tmp/calc_toolXXXXXX";
     int fd = mkstemp(path);
     ASSERT_GE(fd, 0);
@@ -40,9 +60,10 @@ TEST(SdfCalcTool, PrintsResultsKeepsAssignmentsAndStopsAtAFailure) {
     int ch = 0;
     ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "NEW", "WRITE"), 0);
     const double a[3] = {1, 2, 4};
-    ASSERT_EQ(Sdf_Define_Arr1D(ch, "a", SDF_DBLE_T, 0, 3, "m", nullptr), 0);
+    ASSERT_EQ(Sdf_Define_Arr1D(ch, "a", SDF_DBLE_T, 0, 3, "m", "lengths"), 0);
     int32_t start[2] = {1, 0};
     ASSERT_EQ(Sdf_Write_Array(ch, "a", a, start, 3), 0);
+    ASSERT_EQ(Sdf_Write_Char(ch, "Tag", "first", "a label"), 0);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 
     Outcome r = run(std::string(path) + " 'b = a * 2' 'b + 1 [m]'");
@@ -50,15 +71,39 @@ TEST(SdfCalcTool, PrintsResultsKeepsAssignmentsAndStopsAtAFailure) {
     EXPECT_NE(r.out.find("_$1: double[3] [m]"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("3"), std::string::npos) << r.out;
 
-    r = run(std::string(path) + " 'c = 1' 'd = a + 1 [s]' 'e = 2'");
+    ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "OLD", "READ"), 0);
+    EXPECT_EQ(valueIn(ch, "_$1", 2), 9);
+    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+    const std::string before = bytesOf(path);
+    r = run(std::string(path) + " 'c = 1' 'a = a * 10' 'd = a + 1 [s]' 'e = 2'");
     EXPECT_EQ(r.code, 1) << r.out;
     EXPECT_NE(r.out.find("are incompatible"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("the file is unchanged"), std::string::npos) << r.out;
+    EXPECT_EQ(bytesOf(path), before) << "a failed run must not write to the file";
 
+    r = run(std::string(path) + " 'a = a * 10, x = Tag' 'y = 1'");
+    EXPECT_EQ(r.code, 0) << r.out;
     ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "OLD", "READ"), 0);
-    EXPECT_EQ(Sdf_Exists(ch, "b"), 1);
-    EXPECT_EQ(Sdf_Exists(ch, "c"), 1);
-    EXPECT_EQ(Sdf_Exists(ch, "d"), 0);
-    EXPECT_EQ(Sdf_Exists(ch, "e"), 0);
+    EXPECT_EQ(valueIn(ch, "b", 2), 8);
+    EXPECT_EQ(Sdf_Exists(ch, "_$1"), 0) << "the old result the run deleted goes from the file";
+    EXPECT_EQ(valueIn(ch, "a", 2), 40) << "a changed array is written back";
+    char* text = nullptr;
+    ASSERT_EQ(Sdf_Get_Desc(ch, "Tag", &text), 0);
+    EXPECT_STREQ(text, "a label");
+    Sdf_Free(text);
+    text = nullptr;
+    ASSERT_EQ(Sdf_Get_Units(ch, "a", &text), 0);
+    EXPECT_STREQ(text, "m");
+    Sdf_Free(text);
+    text = nullptr;
+    ASSERT_EQ(Sdf_Get_Cval(ch, "x", &text, nullptr), 0);
+    EXPECT_STREQ(text, "first");
+    Sdf_Free(text);
+    for (const char* gone : {"c", "d", "e"}) EXPECT_EQ(Sdf_Exists(ch, gone), 0) << gone;
+    EXPECT_EQ(Sdf_Exists(ch, "y"), 1);
+    EXPECT_EQ(Sdf_Exists(ch, "Tag"), 1);
+    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+
     Sdf_Close(ch, "DELETE");
     EXPECT_EQ(run("/nonexistent/x.sdf '1'").code, 1);
     EXPECT_EQ(run("").code, 2);
