@@ -106,6 +106,15 @@ int copyVariable(int from, bool fromInternal, int to, const std::string& name) {
     int64_t dims[8] = {static_cast<int64_t>(v.dims.size())};
     for (size_t k = 0; k < v.dims.size(); k++) dims[k + 1] = v.dims[k];
     if ((rc = Sdf_Define_Array64(to, nm, v.base, v.elen, dims, units, desc)) >= 3000) return rc;
+    // Into an internal channel a numeric array is read straight into the
+    // (zero-filled) buffer the define made: one pass, no second copy.
+    void* buffer = nullptr;
+    const int64_t count = dims[0] > 0 ? Sdf_Num_Elem64(dims) : 0;
+    if (!fromInternal && v.base != SDF_CHAR_T && count > 0 && Sdf_Where_Chan(to, nm, &buffer) == 0 && buffer) {
+        int64_t start[8] = {0}, nread = 0;
+        rc = Sdf_Read_Array64(from, nm, &buffer, start, count, &nread);
+        return rc >= 3000 ? rc : 0;
+    }
     ArrayData data;
     if ((rc = readArray(from, nm, fromInternal, data))) return rc;
     if (data.n == 0) return 0;

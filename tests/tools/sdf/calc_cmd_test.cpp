@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "sdf.h"
 
@@ -64,6 +65,11 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     int32_t start[2] = {1, 0};
     ASSERT_EQ(Sdf_Write_Array(ch, "a", a, start, 3), 0);
     ASSERT_EQ(Sdf_Write_Char(ch, "Tag", "first", "a label"), 0);
+    const int32_t m[6] = {1, 2, 3, 4, 5, 6};
+    const int64_t mdims[3] = {2, 2, 3};
+    ASSERT_EQ(Sdf_Define_Array64(ch, "m", SDF_INT_T, 0, mdims, "s", nullptr), 0);
+    int64_t mstart[3] = {2, 0, 0};
+    ASSERT_EQ(Sdf_Write_Array64(ch, "m", m, mstart, 6), 0);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 
     Outcome r = run(std::string(path) + " 'b = a * 2' 'b + 1 [m]'");
@@ -81,7 +87,7 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     EXPECT_NE(r.out.find("the file is unchanged"), std::string::npos) << r.out;
     EXPECT_EQ(bytesOf(path), before) << "a failed run must not write to the file";
 
-    r = run(std::string(path) + " 'a = a * 10, x = Tag' 'y = 1'");
+    r = run(std::string(path) + " 'a = a * 10, x = Tag' 'y = 1, mm = m * 2'");
     EXPECT_EQ(r.code, 0) << r.out;
     ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "OLD", "READ"), 0);
     EXPECT_EQ(valueIn(ch, "b", 2), 8);
@@ -101,6 +107,14 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     Sdf_Free(text);
     for (const char* gone : {"c", "d", "e"}) EXPECT_EQ(Sdf_Exists(ch, gone), 0) << gone;
     EXPECT_EQ(Sdf_Exists(ch, "y"), 1);
+    int64_t dims[8] = {};
+    ASSERT_EQ(Sdf_Get_Dims64(ch, "mm", dims), 0);
+    EXPECT_EQ(std::vector<int64_t>(dims, dims + 3), (std::vector<int64_t>{2, 2, 3})) << "shape copied in and out";
+    int32_t mm[6] = {};
+    void* mp = mm;
+    int64_t rstart[8] = {0}, nread = 0;
+    ASSERT_EQ(Sdf_Read_Array64(ch, "mm", &mp, rstart, 6, &nread), 0);
+    EXPECT_EQ(mm[5], 12);
     EXPECT_EQ(Sdf_Exists(ch, "Tag"), 1);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 
