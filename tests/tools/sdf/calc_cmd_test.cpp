@@ -70,6 +70,11 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     ASSERT_EQ(Sdf_Define_Array64(ch, "m", SDF_INT_T, 0, mdims, "s", nullptr), 0);
     int64_t mstart[3] = {2, 0, 0};
     ASSERT_EQ(Sdf_Write_Array64(ch, "m", m, mstart, 6), 0);
+    char* words[2] = {const_cast<char*>("ab"), const_cast<char*>("cde")};
+    const int64_t wdims[2] = {1, 2};
+    ASSERT_EQ(Sdf_Define_Array64(ch, "w", SDF_CHAR_T, 4, wdims, nullptr, nullptr), 0);
+    int64_t wstart[2] = {1, 0};
+    ASSERT_EQ(Sdf_Write_Carray64(ch, "w", words, wstart, 2), 0);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 
     Outcome r = run(std::string(path) + " 'b = a * 2' 'b + 1 [m]'");
@@ -87,7 +92,7 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     EXPECT_NE(r.out.find("the file is unchanged"), std::string::npos) << r.out;
     EXPECT_EQ(bytesOf(path), before) << "a failed run must not write to the file";
 
-    r = run(std::string(path) + " 'a = a * 10, x = Tag' 'y = 1, mm = m * 2'");
+    r = run(std::string(path) + " 'a = a * 10, x = Tag' 'y = 1, mm = m * 2, ww = w'");
     EXPECT_EQ(r.code, 0) << r.out;
     ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "OLD", "READ"), 0);
     EXPECT_EQ(valueIn(ch, "b", 2), 8);
@@ -115,6 +120,12 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     int64_t rstart[8] = {0}, nread = 0;
     ASSERT_EQ(Sdf_Read_Array64(ch, "mm", &mp, rstart, 6, &nread), 0);
     EXPECT_EQ(mm[5], 12);
+    char** strings = nullptr;
+    int64_t cstart[8] = {0};
+    ASSERT_EQ(Sdf_Read_Carray64(ch, "ww", &strings, cstart, 2, &nread), 0);
+    ASSERT_EQ(nread, 2);
+    EXPECT_STREQ(strings[1], "cde");
+    Sdf_Free(strings);
     EXPECT_EQ(Sdf_Exists(ch, "Tag"), 1);
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 
