@@ -52,8 +52,7 @@ int calcOn(int file, const Args& a)
     // differ only in case would fall together (or one not be found).
     const fcb* f = sdf_chan_get(file);
     const bool caseInsensitive = f && f->file->case_insensitive;
-    Sdf_Set_Opts(caseInsensitive ? "Case_Sensitive=No,Overwrite=Yes,Overwrite_Warn=No"
-                                 : "Case_Sensitive=Yes,Overwrite=Yes,Overwrite_Warn=No");
+    Sdf_Set_Opts(caseInsensitive ? "Case_Sensitive=No" : "Case_Sensitive=Yes");
     int in = 0;
     int rc = Sdf_Open(&in, "", "INTERNAL", "UNKNOWN", "WRITE");
     if (rc >= 3000) {

@@ -134,4 +134,30 @@ TEST(SdfCalcTool, WritesBackOnlyAfterEveryExpressionSucceeded) {
     EXPECT_EQ(run("").code, 2);
 }
 
+// On a file that ignores case, names in expressions do too, as they would
+// on the file itself.
+TEST(SdfCalcTool, FollowsTheFilesNameCase) {
+    char path[] = "/tmp/calc_caseXXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    unlink(path);
+    Sdf_Set_Opts("Error_Out=None");
+    ASSERT_EQ(Sdf_Push(-2), 0);
+    Sdf_Set_Opts("Case_Sensitive=No");
+    int ch = 0;
+    ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "NEW", "WRITE"), 0);
+    Sdf_Pop();
+    const double v = 3;
+    ASSERT_EQ(Sdf_Write_Var(ch, "Alpha", SDF_DBLE_T, &v, nullptr, nullptr), 0);
+    ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
+    Outcome r = run(std::string(path) + " 'Beta = ALPHA * 2'");
+    EXPECT_EQ(r.code, 0) << r.out;
+    ASSERT_EQ(Sdf_Open(&ch, path, "BINARY", "OLD", "READ"), 0);
+    double beta = 0;
+    EXPECT_EQ(Sdf_Get_Val(ch, "beta", &beta), 0);
+    EXPECT_EQ(beta, 6);
+    Sdf_Close(ch, "DELETE");
+}
+
 }  // namespace
