@@ -2,11 +2,11 @@
 // library's public interface, turning their elements into text, the CSV and
 // JSON writers, and the commands themselves.
 //
-// Invariants: the tool opens SDF files for reading only and closes every
-// channel it opens before a command returns; the operations that change
-// anything on disk are the deletion of lock files and the new file that
-// salvage writes (never over an existing file unless told, never over its
-// input). Elements are always
+// Invariants: the tool opens SDF files for reading only (calc alone opens
+// its file for writing) and closes every channel it opens before a command
+// returns; the operations that change anything on disk are calc, the
+// deletion of lock files and the new file that salvage writes (never over an
+// existing file unless told, never over its input). Elements are always
 // addressed in storage order (first index fastest).
 #pragma once
 
@@ -120,6 +120,20 @@ struct Args {
     std::string get(const char* name) const;
 };
 
+// A variable's facts and all its values; false (said on standard error)
+// when either can't be read.
+bool loadVariable(int ch, const std::string& name, VarInfo& v, Values& vals);
+// Prints the values of one variable, indented, under its heading line.
+void dumpValues(const VarInfo& v, const Values& vals);
+
+// Variable copies for "sdf calc" (calc_copy.cpp): 0 or a library code,
+// with the name of the variable that failed in *failed.
+int copyVariable(int from, bool fromInternal, int to, const std::string& name);
+int copyAll(int file, int in, std::string* failed);
+// Makes the file hold what the internal channel holds: deletes what the run
+// deleted, writes what it created or changed, leaves the rest alone.
+int writeBack(int in, int file, std::string* failed);
+
 int cmdInfo(const Args& a);
 int cmdLs(const Args& a);
 int cmdDump(const Args& a);
@@ -128,6 +142,7 @@ int cmdExport(const Args& a);
 int cmdLocks(const Args& a);
 int cmdUnits(const Args& a);
 int cmdSalvage(const Args& a);
+int cmdCalc(const Args& a);
 
 // "sdf: " and the text on standard error.
 void complain(const char* fmt, ...) __attribute__((format(printf, 1, 2)));

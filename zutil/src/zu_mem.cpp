@@ -92,15 +92,15 @@ void *failure(const char *routine, const char *tag, size_t growth)
 void *allocate(size_t size, const char *tag, bool zero, const char *routine)
 {
     zu_memEnsureInit(1);
+    /* calloc: a large block comes zeroed from the system, without a pass
+     * of its own over memory the caller is about to fill anyway. */
     BlockHeader *h = size <= SIZE_MAX - kHeader
-                         ? static_cast<BlockHeader *>(malloc(size + kHeader))
+                         ? static_cast<BlockHeader *>(zero ? calloc(1, size + kHeader) : malloc(size + kHeader))
                          : nullptr;
     if (!h)
         return failure(routine, tag ? tag : "", size + kHeader);
     track(h, size, static_cast<double>(size) + kHeader);
-    if (zero)
-        memset(h->data, 0, size);
-    else if (g_trashNoZero)
+    if (!zero && g_trashNoZero)
         memset(h->data, kTrash, size);
     return h->data;
 }
