@@ -33,6 +33,10 @@ int need_pure(CalcRun *run, CalcNode *fn, const CalcNode *arg);
  * give 3108 in *rc; else the one present (null for none). */
 const char *pair_units(CalcRun *run, CalcNode *fn, const CalcNode *a, const CalcNode *b, int *rc);
 
+/* 3104 with the argument's number when one of a pair is an empty array:
+ * wrapping around nothing has no element to pair with. */
+int need_elements(CalcRun *run, CalcNode *fn, const CalcNode *a, const CalcNode *b);
+
 /* Element i of an integer node (LOG, INT, INT64) and back. */
 int64_t get_i(const CalcNode *node, int64_t i);
 void put_i(CalcNode *node, int64_t i, int64_t v);

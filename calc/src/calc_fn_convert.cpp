@@ -75,7 +75,9 @@ int to_complex(CalcRun *run, CalcNode *fn, CalcNode *a, int nargs, int type)
     const char *units = a->units;
     int rc = 0;
     if (b) {
-        if ((rc = need_real(run, fn, a, 1)) || (rc = need_real(run, fn, b, 2))) return rc;
+        if ((rc = need_real(run, fn, a, 1)) || (rc = need_real(run, fn, b, 2)) ||
+            (rc = need_elements(run, fn, a, b)))
+            return rc;
         units = pair_units(run, fn, a, b, &rc);
         if (rc) return rc;
     } else if ((rc = need_number(run, fn, a, 0))) {

@@ -69,6 +69,13 @@ const char *pair_units(CalcRun *run, CalcNode *fn, const CalcNode *a, const Calc
     return a->units ? a->units : b->units;
 }
 
+int need_elements(CalcRun *run, CalcNode *fn, const CalcNode *a, const CalcNode *b)
+{
+    if (a->count < 1) return calc_fail(run, fn, 3104, 1);
+    if (b->count < 1) return calc_fail(run, fn, 3104, 2);
+    return 0;
+}
+
 int64_t get_i(const CalcNode *node, int64_t i)
 {
     return node->type == SDF_INT64_T ? node->ldata[i] : node->idata[i];

@@ -77,6 +77,7 @@ int fn_atan2(CalcRun *run, CalcNode *fn, CalcNode *y, int)
     CalcNode *x = y->next;
     if (int rc = need_real(run, fn, y, 1)) return rc;
     if (int rc = need_real(run, fn, x, 2)) return rc;
+    if (int rc = need_elements(run, fn, y, x)) return rc;
     int rc = 0;
     pair_units(run, fn, y, x, &rc);
     if (rc) return rc;

@@ -23,7 +23,9 @@ int pair(CalcRun *run, CalcNode *fn, CalcNode *a, Pair op)
 {
     CalcNode *b = a->next;
     int rc;
-    if ((rc = need_real(run, fn, a, 1)) || (rc = need_real(run, fn, b, 2))) return rc;
+    if ((rc = need_real(run, fn, a, 1)) || (rc = need_real(run, fn, b, 2)) ||
+        (rc = need_elements(run, fn, a, b)))
+        return rc;
     const char *units = a->units; // sign: the second's units don't count
     if (op != Pair::Sign) {
         units = pair_units(run, fn, a, b, &rc);

@@ -47,6 +47,7 @@ int fn_index(CalcRun *run, CalcNode *fn, CalcNode *a, int)
     CalcNode *b = a->next;
     if (a->type != SDF_CHAR_T) return calc_fail(run, fn, 3103, 1);
     if (b->type != SDF_CHAR_T) return calc_fail(run, fn, 3103, 2);
+    if (int rc = need_elements(run, fn, a, b)) return rc;
     if (int rc = calc_alloc_result(run, fn, a, b, SDF_INT_T, 0)) return rc;
     int rc = calc_broadcast(fn, a, b, [&](int64_t i, int64_t ia, int64_t ib) {
         fn->idata[i] = text_index(a->cdata[ia], b->cdata[ib]);
