@@ -380,6 +380,33 @@ SDF_API int64_t Sdf_Num_Elem64(const int64_t *dims);
  * name, 512 for a name that is valid but too long, -1 for a valid name. */
 SDF_API int Sdf_Check_Name(const char *name, int *index);
 
+/* ------------------------------------------------------------ calculator
+ * Expressions over the variables of a channel (docs/expressions.md): a
+ * comma-separated list of items, each an assignment or a value; the values
+ * of the items that are no assignment are written back as _$1, _$2, ...
+ * (_$01 ... when there are ten or more), after the old _$ results are
+ * deleted. Units are carried in base units and checked.
+ * Result: 0, 2104 when an element out of range took Calc_Range_Subst under
+ * Calc_Range_Check=Warning, or the error code (3100-3150, 3005, 3010, 3012,
+ * 3021, 3022, 3025 and those of the channel), reported from "Sdf_Calc". A
+ * failing item stops the text; what earlier items wrote stays. */
+
+/* A user function: reads its arguments _$ARG1... from the channel whose
+ * number it is given and writes _$RES (and _$ERR, an integer, on failure). */
+typedef void (*Sdf_Calc_User_Fn)(int *channel);
+
+/* Runs expr on the channel named by option Default_Internal_Channel; when
+ * that isn't open, a new internal channel is opened and named there. 3004
+ * when the option names a channel that isn't internal. */
+SDF_API int Sdf_Calc(const char *expr);
+/* Runs expr on a writable channel: 3001 not open, 3002 read-only. */
+SDF_API int Sdf_Calc_Chan(int channel, const char *expr);
+/* Registers a user function under name (a valid SDF name below 64
+ * characters; compared without regard to case): 3120 when 128 are
+ * registered, 3121 a bad name, 3122 the name taken by another function
+ * (the same pair again is accepted). Intrinsic names always win. */
+SDF_API int Sdf_Calc_Func(const char *name, Sdf_Calc_User_Fn fn);
+
 /* ------------------------------------------------- by-reference forms
  * Every operation that callers in Fortran need has a twin with the suffix
  * _ref, whose arguments all come by address:
@@ -544,6 +571,12 @@ SDF_API int Sdf_Write_Slice64_ref(const int *ch, const char *name, const void *d
 SDF_API int Sdf_Read_Cslice64_ref(const int *ch, const char *name, char *fields, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t *dims, int *rc, size_t name_len, size_t fields_len);
 SDF_API int Sdf_Write_Cslice64_ref(const int *ch, const char *name, const char *fields, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int *rc, size_t name_len, size_t fields_len);
 SDF_API int Sdf_Read_ASlice64_ref(const int *ch, const char *name, void **data, const int *clen, const int64_t *begin, const int64_t *end, const int64_t *step, const int32_t *tr_vec, int64_t *count, int64_t *dims, int *rc, size_t name_len);
+
+/* The calculator by reference; Sdf_Calc_Func_ref cuts the name to 63
+ * characters. */
+SDF_API int Sdf_Calc_ref(const char *expr, int *rc, size_t expr_len);
+SDF_API int Sdf_Calc_Chan_ref(const int *ch, const char *expr, int *rc, size_t expr_len);
+SDF_API int Sdf_Calc_Func_ref(const char *name, Sdf_Calc_User_Fn fn, int *rc, size_t name_len);
 
 #ifdef __cplusplus
 }
