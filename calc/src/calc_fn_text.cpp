@@ -15,6 +15,10 @@ int fn_char(CalcRun *run, CalcNode *fn, CalcNode *a, int)
 {
     if (a->type != SDF_INT_T && a->type != SDF_INT64_T) return calc_fail(run, fn, 3103, 0);
     if (int rc = calc_alloc_result(run, fn, a, nullptr, SDF_CHAR_T, 1)) return rc;
+    if (!fn->isArray) { // a character scalar's field points at a text of its own
+        fn->cvalue = static_cast<char *>(ZU_memlinkAlloc(&run->pool, 2));
+        if (!fn->cvalue) return calc_fail(run, fn, 3025, 0);
+    }
     int rc = calc_broadcast(fn, a, nullptr, [&](int64_t i, int64_t ia, int64_t) {
         char c;
         if (!int_char(get_i(a, ia), &c)) return calc_fail(run, fn, 3104, 0);

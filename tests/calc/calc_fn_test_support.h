@@ -1,6 +1,7 @@
-// Helpers of the calculator function tests: an internal channel with the
-// built-in options around every case, a run of one expression, and the
-// result variable _$1 read back through the public interface.
+// Helpers of the calculator function tests: an SDF file of the test's own
+// in the temporary folder with the built-in options around every case, a
+// run of one expression, and the result variable _$1 read back through the
+// public interface.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -34,13 +35,15 @@ protected:
     {
         depth_ = Sdf_Opt_Depth();
         ASSERT_EQ(Sdf_Push(-1), 0);
-        ASSERT_EQ(Sdf_Set_Opts("Error_Out=None"), 0);
-        ASSERT_LT(Sdf_Open(&ch_, "", "INTERNAL", "UNKNOWN", "WRITE"), 3000);
+        ASSERT_EQ(Sdf_Set_Opts("Error_Out=ErrSet"), 0); // messages on the error set only
+        std::string path = testing::TempDir() + "calcfn_" +
+                           testing::UnitTest::GetInstance()->current_test_info()->name() + ".sdf";
+        ASSERT_LT(Sdf_Open(&ch_, path.c_str(), "BINARY", "FRESH", "WRITE"), 3000);
         ZU_errClear("*", 0);
     }
     void TearDown() override
     {
-        Sdf_Close(ch_, "KEEP");
+        Sdf_Close(ch_, "DELETE");
         while (Sdf_Opt_Depth() > depth_) Sdf_Pop();
         ZU_errClear("*", 0);
     }
@@ -79,6 +82,7 @@ protected:
             int64_t start[8] = {0}, got = 0;
             EXPECT_EQ(Sdf_Read_Array64(ch_, name, &data, start, n, &got), 0);
             raw.assign(static_cast<unsigned char *>(data), static_cast<unsigned char *>(data) + n * size(r.type));
+            Sdf_Free(data);
         } else {
             EXPECT_EQ(Sdf_Get_Val(ch_, name, raw.data()), 0);
         }

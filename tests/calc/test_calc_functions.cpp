@@ -65,7 +65,7 @@ TEST_F(CalcFunctions, FloatingFunctionsMatchTheStandardLibrary)
             EXPECT_EQ(r.type, SDF_DBLE_T) << expr;
             ASSERT_EQ(r.values.size(), 1u) << expr;
             expectNear(r.values[0], c.f(x), 1e-15, expr);
-            Result single = eval(std::string(c.name) + "((SDF_REAL_T) " + a + ")");
+            Result single = eval(std::string(c.name) + "((SDF_REAL_T) (" + a + "))");
             EXPECT_EQ(single.type, SDF_REAL_T) << expr;
             expectNear(single.values.at(0), c.f(static_cast<float>(x)), 1e-6, expr + " single");
             list += (list.empty() ? "" : ", ") + std::string(a);
@@ -126,7 +126,7 @@ TEST_F(CalcFunctions, RoundingConversionPairAndTextFunctionsGiveExactResults)
 {
     const Exact cases[] = {
         {"abs({-1, 2})", SDF_INT_T, true, {1, 2}},
-        {"abs((SDF_REAL_T) -2.5)", SDF_REAL_T, false, {2.5}},
+        {"abs((SDF_REAL_T) (-2.5))", SDF_REAL_T, false, {2.5}},
         {"abs(cmplx(3, 4))", SDF_REAL_T, false, {5}},
         {"abs(dcmplx(-3, 4))", SDF_DBLE_T, false, {5}},
         {"aint({-2.7, 7})", SDF_DBLE_T, true, {-2, 7}},
@@ -154,7 +154,7 @@ TEST_F(CalcFunctions, RoundingConversionPairAndTextFunctionsGiveExactResults)
         {"mod(-7.5, 2)", SDF_DBLE_T, false, {-1.5}},
         {"sign({3, -3}, {-1, 0})", SDF_INT_T, true, {-3, 3}},
         {"sign(4, -0.5)", SDF_INT_T, false, {-4}},
-        {"sign((SDF_REAL_T) -1.5, 2)", SDF_REAL_T, false, {1.5}},
+        {"sign((SDF_REAL_T) (-1.5), 2)", SDF_REAL_T, false, {1.5}},
         {"max(1, 2.5, {3, 0})", SDF_DBLE_T, false, {3}},
         {"min(1, 2.5, {3, 0})", SDF_DBLE_T, false, {0}},
         {"MAX({4, -2})", SDF_INT_T, false, {4}},
