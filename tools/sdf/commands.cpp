@@ -25,6 +25,8 @@ void readFailed(const std::string& name, int rc) {
     if (rc > 0) complain("\"%s\": cannot be read (code %d)", name.c_str(), rc);
 }
 
+}  // namespace
+
 // A variable's facts and all its values; false (said on standard error)
 // when either can't be read.
 bool loadVariable(int ch, const std::string& name, VarInfo& v, Values& vals) {
@@ -113,8 +115,6 @@ void dumpValues(const VarInfo& v, const Values& vals) {
         std::printf("\n");
     }
 }
-
-}  // namespace
 
 int cmdInfo(const Args& a) {
     const std::string& path = a.positional[0];

@@ -92,6 +92,15 @@ const std::vector<Command>& commands() {
          "two: the conversion from FROM to TO (value_TO = value_FROM * scale +\n"
          "offset). Units files named by ZU_UNITS_LOCAL and ZU_UNITS_FILE count;\n"
          "see docs/units-files.md. Examples: sdf units kg.m/s^2; sdf units degC degF\n"},
+        {"calc", cmdCalc, 2, SIZE_MAX, {},
+         "usage: sdf calc FILE EXPR...\n\n"
+         "Opens FILE for writing and runs each expression on it in turn (see\n"
+         "docs/expressions.md): assignments change variables, every other item's\n"
+         "value is stored as _$1, _$2, ... and printed with its type, shape and\n"
+         "units. The file is closed and committed after the last expression, or\n"
+         "after the first that fails (exit code 1, with the library's message);\n"
+         "what the expressions before it wrote stays.\n"
+         "Example: sdf calc out.sdf \"c = a*b + a/b\" \"mean = (a + b) / 2 [m]\"\n"},
         {"salvage", cmdSalvage, 2, 2, {{"--force", false}},
          "usage: sdf salvage [--force] IN OUT\n\n"
          "Copies every variable that can still be read from IN, a file the library\n"
@@ -110,8 +119,8 @@ void usage(FILE* out) {
                  "usage: sdf COMMAND [OPTIONS] FILE [ARGS]\n"
                  "       sdf --help | sdf COMMAND --help\n\n"
                  "Looks into SDF files. Files are opened for reading only; only\n"
-                 "\"locks --delete\" and the new file of \"salvage\" change anything on\n"
-                 "disk.\n\n"
+                 "\"locks --delete\", the new file of \"salvage\" and \"calc\" change\n"
+                 "anything on disk.\n\n"
                  "Commands:\n"
                  "  info    header, byte order, version and counts\n"
                  "  ls      names, types, dimensions, units (with a template)\n"
@@ -120,7 +129,8 @@ void usage(FILE* out) {
                  "  check   the library's open-time checks, plus a read of every value\n"
                  "  locks   lock-file information, and deletion\n"
                  "  units   a unit expression in base units, or a unit conversion\n"
-                 "  salvage copy what can be read from a refused file into a new one\n\n%s",
+                 "  salvage copy what can be read from a refused file into a new one\n"
+                 "  calc    run expressions on a file (it is opened for writing)\n\n%s",
                  kExitCodes);
 }
 

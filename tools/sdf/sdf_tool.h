@@ -120,6 +120,12 @@ struct Args {
     std::string get(const char* name) const;
 };
 
+// A variable's facts and all its values; false (said on standard error)
+// when either can't be read.
+bool loadVariable(int ch, const std::string& name, VarInfo& v, Values& vals);
+// Prints the values of one variable, indented, under its heading line.
+void dumpValues(const VarInfo& v, const Values& vals);
+
 int cmdInfo(const Args& a);
 int cmdLs(const Args& a);
 int cmdDump(const Args& a);
@@ -128,6 +134,7 @@ int cmdExport(const Args& a);
 int cmdLocks(const Args& a);
 int cmdUnits(const Args& a);
 int cmdSalvage(const Args& a);
+int cmdCalc(const Args& a);
 
 // "sdf: " and the text on standard error.
 void complain(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
