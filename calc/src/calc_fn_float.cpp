@@ -7,8 +7,12 @@
  * one keeps its type; complex elements go through the complex kernels. All
  * but sqrt and atan2 need an argument whose units are not dimensions
  * (3105). The inverse functions give radians; sqrt gives the square root of
- * the argument's units; the others give a value without units.
+ * the argument's units; the others give a value without units. A finite
+ * argument whose result overflows the result type is out of range.
  */
+#include <cfloat>
+#include <cmath>
+
 #include "calc_fn_common.h"
 
 namespace calc_fn {
@@ -23,6 +27,16 @@ struct FloatFn {
     bool pure;
     UnitRule units;
 };
+
+// Whether a result computed from a finite argument fits the result type:
+// an overflow to infinity (exp(1000), sinh of a single beyond 89) would be
+// written as if it were a value, so it counts as out of range.
+bool fits(int type, bool finiteArg, double v)
+{
+    if (!finiteArg) return true; // infinities in, whatever the function makes of them out
+    if (!std::isfinite(v)) return false;
+    return (type != SDF_REAL_T && type != SDF_CMPX_T) || std::fabs(v) <= FLT_MAX;
+}
 
 int unary(CalcRun *run, CalcNode *fn, CalcNode *a, const FloatFn &k)
 {
@@ -42,10 +56,12 @@ int unary(CalcRun *run, CalcNode *fn, CalcNode *a, const FloatFn &k)
         if (cx) {
             Cx z, r;
             calc_get_z(a, ia, &z.re, &z.im);
-            if (k.cx(z, &r)) return calc_put_z(fn, i, r.re, r.im), 0;
+            bool finite = std::isfinite(z.re) && std::isfinite(z.im);
+            if (k.cx(z, &r) && fits(type, finite, r.re) && fits(type, finite, r.im))
+                return calc_put_z(fn, i, r.re, r.im), 0;
         } else {
-            double r;
-            if (k.real(calc_get_d(a, ia), &r)) return calc_put_d(fn, i, r), 0;
+            double x = calc_get_d(a, ia), r;
+            if (k.real(x, &r) && fits(type, std::isfinite(x), r)) return calc_put_d(fn, i, r), 0;
         }
         return out_of_range(run, fn, 0, i);
     });
