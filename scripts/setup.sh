@@ -14,7 +14,7 @@ packages=(
 )
 # The benchmarks' comparison library: only on request, never by default.
 if [ "${ZELTRA_BENCH_DEPS:-0}" = "1" ]; then
-  packages+=(libhdf5-dev libudunits2-dev)
+  packages+=(libhdf5-dev libudunits2-dev libmuparser-dev)
 fi
 
 missing=()

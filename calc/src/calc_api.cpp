@@ -135,6 +135,7 @@ int run_calc(int channel, bool byDefault, const char *text)
     CalcNode *root = nullptr;
     rc = calc_parse(&run, &root);
     if (rc < 3000 && root) {
+        calc_cache_count(&run, root);
         rc = calc_walk(&run, root);
         if (rc > run.code) run.code = rc;
     }
@@ -190,6 +191,7 @@ int calc_user_call(CalcRun *run, CalcNode *fn, CalcNode *args, int nargs)
         if (rc >= 3000) return rc;
     }
     int chan = ch;
+    calc_cache_forget(run);
     call(&chan);
     int pos = 0;
     if (sdf_find_var(run->f, "_$ERR", &pos)) {

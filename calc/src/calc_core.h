@@ -57,6 +57,20 @@ const char *calc_op_name(CalcRun *run, const CalcNode *op);
 /* 3103/3104/3005... with a plain text argument (3123: what). */
 int calc_fail_text(CalcRun *run, CalcNode *op, int code, const char *what);
 
+/* Shared reads: a numeric array named more than once in the text is read
+ * from the channel once; the later reads get the same block without owning
+ * it (the last one takes it over). calc_cache_count counts the names of a
+ * parsed tree; calc_cache_take gives node the kept value of `full` (1) or
+ * nothing (0); calc_cache_offer keeps a freshly read node's block for the
+ * later reads; calc_cache_forget drops every kept value (after any write to
+ * the channel). calc_own makes node's array storage its own (a copy when it
+ * is shared): any code that changes elements in place calls it first. */
+void calc_cache_count(CalcRun *run, const CalcNode *root);
+int calc_cache_take(CalcRun *run, CalcNode *node, const char *full);
+void calc_cache_offer(CalcRun *run, CalcNode *node, const char *full);
+void calc_cache_forget(CalcRun *run);
+int calc_own(CalcRun *run, CalcNode *node);
+
 /* Frees every array block the run still holds. */
 void calc_run_free_blocks(CalcRun *run);
 

@@ -214,6 +214,9 @@ int walk_call(CalcRun *run, CalcNode *n)
     int count;
     int rc = walk_list(run, n->right, &first, &count);
     if (rc >= 3000) return rc;
+    /* Functions may work on their arguments in place. */
+    for (CalcNode *a = first; a; a = a->next)
+        if (calc_own(run, a)) return 3025;
     int r = n->kind == CALC_USER_FN ? calc_user_call(run, n, first, count)
                                     : calc_call_intrinsic(run, n, first, count);
     for (CalcNode *a = first; a; a = a->next)

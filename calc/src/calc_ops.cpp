@@ -315,6 +315,7 @@ int calc_unary(CalcRun *run, CalcNode *op)
     if (v->type == SDF_CHAR_T || calc_rank(v->type) == 0) return calc_fail(run, op, 3103, 1);
     calc_move_value(op, v);
     if (op->kind == CALC_UPLUS) return 0;
+    if (op->kind == CALC_UMINUS && calc_own(run, op)) return 3025;
     if (op->kind == CALC_NOT) {
         CalcNode src = *op; /* the old values, read before the result replaces them */
         src.data = op->isArray ? op->data : nullptr;

@@ -13,13 +13,32 @@
 
 #include <new>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "calc_core.h"
 
+/* A numeric array read from the channel and kept for the later reads of the
+ * same name in the run: `uses` counts the reads still to come. */
+struct CalcCached {
+    void *block;
+    int type;
+    int64_t count;
+    int64_t dims[8];
+    int uses;
+};
+
 struct CalcBlocks {
     std::unordered_set<void *> live;
+    std::unordered_map<std::string, int> uses; /* identifier occurrences */
+    std::unordered_map<std::string, CalcCached> cache;
 };
+
+static CalcBlocks *blocks_of(CalcRun *run)
+{
+    if (!run->blocks) run->blocks = new (std::nothrow) CalcBlocks;
+    return run->blocks;
+}
 
 static const char *const kTag = "Sdf_Calc:alloc_array:ptr";
 
@@ -127,7 +146,7 @@ static void *new_block(CalcRun *run, CalcNode *op, int type, int strLen, int64_t
         bytes = (size_t)count * (sizeof(char *) + (size_t)strLen + 1);
     else
         bytes = (size_t)count * (size_t)calc_elem_size(type);
-    if (!run->blocks) run->blocks = new (std::nothrow) CalcBlocks;
+    blocks_of(run);
     void *p = run->blocks ? ZU_allocMemNoZero(bytes ? bytes : 8, kTag) : nullptr;
     if (p) {
         try {
@@ -459,6 +478,7 @@ const char *calc_unit_formula(CalcRun *run, CalcNode *op, const char *fmt, ...)
 int calc_scale(CalcRun *run, CalcNode *op, CalcNode *n, double scale, double offset, int floor)
 {
     if (scale == 1 && offset == 0) return 0;
+    if (calc_own(run, n)) return 3025;
     if (calc_rank(n->type) < calc_rank(floor)) {
         int rc = calc_retype(run, op, n, floor, 0);
         if (rc >= 3000) return rc;
@@ -582,4 +602,90 @@ void calc_run_free_blocks(CalcRun *run)
     for (void *p : run->blocks->live) ZU_freeMem(p);
     delete run->blocks;
     run->blocks = nullptr;
+}
+
+/* ------------------------------------------------------ shared reads */
+
+static void count_names(CalcBlocks *b, const CalcNode *n)
+{
+    for (; n; n = n->right) {
+        if (n->kind == CALC_OPERAND && n->type == 2 && n->name) b->uses[n->name]++;
+        count_names(b, n->left);
+    }
+}
+
+void calc_cache_count(CalcRun *run, const CalcNode *root)
+{
+    CalcBlocks *b = blocks_of(run);
+    if (!b) return;
+    try {
+        count_names(b, root);
+    } catch (...) {
+        b->uses.clear();
+    }
+}
+
+int calc_cache_take(CalcRun *run, CalcNode *n, const char *full)
+{
+    CalcBlocks *b = run->blocks;
+    if (!b || !n->name) return 0;
+    auto it = b->cache.find(full);
+    if (it == b->cache.end()) return 0;
+    CalcCached &e = it->second;
+    calc_release(run, n);
+    n->type = e.type;
+    n->isArray = 1;
+    n->count = e.count;
+    n->strLen = 0;
+    n->dims = n->dimStore;
+    memcpy(n->dimStore, e.dims, sizeof e.dims);
+    n->data = e.block;
+    n->owned = 0;
+    if (--e.uses <= 0) {
+        n->owned = 1; /* the last reader takes the block */
+        b->cache.erase(it);
+    }
+    calc_set_views(n);
+    return 1;
+}
+
+void calc_cache_offer(CalcRun *run, CalcNode *n, const char *full)
+{
+    CalcBlocks *b = run->blocks;
+    if (!b || !n->name || !n->owned || n->type == SDF_CHAR_T) return;
+    auto u = b->uses.find(n->name);
+    if (u == b->uses.end() || u->second < 2) return;
+    try {
+        CalcCached e{n->data, n->type, n->count, {0}, u->second - 1};
+        memcpy(e.dims, n->dims, sizeof e.dims);
+        b->cache[full] = e;
+    } catch (...) {
+        return;
+    }
+    n->owned = 0; /* the cache holds it until its last reader */
+}
+
+void calc_cache_forget(CalcRun *run)
+{
+    /* Blocks stay on the live list (a node may still read one); only the
+     * entries go, so later reads see the channel as it is now. */
+    if (run->blocks) run->blocks->cache.clear();
+}
+
+int calc_own(CalcRun *run, CalcNode *n)
+{
+    if (!n->isArray || n->owned || !n->data) return 0;
+    const int strLen = n->type == SDF_CHAR_T ? n->strLen : 0;
+    void *p = new_block(run, n, n->type, strLen, n->count);
+    if (!p) return 3025;
+    if (n->type == SDF_CHAR_T) {
+        char **dst = static_cast<char **>(p);
+        for (int64_t i = 0; i < n->count; ++i) memcpy(dst[i], n->cdata[i], (size_t)strLen + 1);
+    } else {
+        memcpy(p, n->data, (size_t)(n->count * calc_elem_size(n->type)));
+    }
+    n->data = p;
+    n->owned = 1;
+    calc_set_views(n);
+    return 0;
 }

@@ -47,17 +47,36 @@ int resolve(CalcRun *run, CalcNode *n, bool lhs, std::string &full, bool *found)
     return 0;
 }
 
-/* Evaluates subscripts (the node's right group) into 0-based n->dims. */
+/* One integer subscript value (1-based) of node s, walked here. */
+int subscript_value(CalcRun *run, CalcNode *n, CalcNode *s, int k, int64_t *out)
+{
+    if (!s) return calc_fail(run, n, 3102, 0);
+    int rc = calc_walk(run, s);
+    if (rc >= 3000) return rc;
+    if (s->type != SDF_INT_T || s->isArray || k >= 7) return calc_fail(run, n, 3103, k + 1);
+    *out = (int64_t)s->ivalue - 1;
+    return 0;
+}
+
+/* Evaluates subscripts (the node's right group) into 0-based n->dims and,
+ * for ranges "from..to", n->dimsEnd with n->sliced set. */
 int subscripts(CalcRun *run, CalcNode *n, int *count)
 {
     CalcNode *first;
     *count = calc_list(n->right, &first);
     int k = 0;
+    n->sliced = 0;
     for (CalcNode *s = first; s; s = s->next, ++k) {
-        int rc = calc_walk(run, s);
-        if (rc >= 3000) return rc;
-        if (s->type != SDF_INT_T || s->isArray || k >= 7) return calc_fail(run, n, 3103, k + 1);
-        n->dimEndStore[k + 1] = n->dimStore[k + 1] = (int64_t)s->ivalue - 1;
+        int rc;
+        if (s->kind == CALC_RANGE) {
+            if ((rc = subscript_value(run, n, s->left, k, &n->dimStore[k + 1])) >= 3000) return rc;
+            if ((rc = subscript_value(run, n, s->right, k, &n->dimEndStore[k + 1])) >= 3000) return rc;
+            if (n->dimEndStore[k + 1] < n->dimStore[k + 1]) return calc_fail(run, n, 3111, 0);
+            n->sliced = 1;
+        } else {
+            if ((rc = subscript_value(run, n, s, k, &n->dimStore[k + 1])) >= 3000) return rc;
+            n->dimEndStore[k + 1] = n->dimStore[k + 1];
+        }
     }
     n->dimStore[0] = n->dimEndStore[0] = *count;
     n->dims = n->dimStore;
@@ -93,6 +112,29 @@ int apply_stored_units(CalcRun *run, CalcNode *n, const char *full)
     return rc;
 }
 
+/* A slice begin..end (0-based, ranks in element 0) as an array value. */
+int read_slice(CalcRun *run, CalcNode *n, const char *full, int type, int elen, const int64_t *begin,
+               const int64_t *end)
+{
+    int64_t count = 1;
+    for (int k = 1; k <= begin[0]; ++k) count *= end[k] - begin[k] + 1;
+    int rc = calc_alloc_array(run, n, type, type == SDF_CHAR_T ? elen : 0, count, nullptr);
+    if (rc) return rc;
+    int64_t cnt = 0, od[8] = {0};
+    if (type == SDF_CHAR_T) {
+        char **pp = n->cdata;
+        rc = Sdf_Read_Cslice64(run->channel, full, &pp, begin, end, nullptr, nullptr, &cnt, od);
+        for (int64_t i = 0; i < count; ++i) n->cdata[i][elen] = 0;
+    } else {
+        void *p = n->data;
+        rc = Sdf_Read_Slice64(run->channel, full, &p, begin, end, nullptr, nullptr, &cnt, od);
+    }
+    if (rc >= 3000) return chain(run, n, rc, type == SDF_CHAR_T ? "sdf_read_cslice" : "sdf_read_slice");
+    if (cnt != count || od[0] < 1 || od[0] > 7) return calc_fail(run, n, 3111, 0);
+    for (int k = 0; k <= od[0]; ++k) n->dimStore[k] = od[k];
+    return apply_stored_units(run, n, full);
+}
+
 int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
 {
     const int ch = run->channel;
@@ -104,12 +146,13 @@ int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
         Sdf_Get_Dims64(ch, full, dims);
         if (dims[0] != nsubs) return calc_fail_text(run, n, 3022, "dimensions");
         for (int k = 1; k <= nsubs; ++k)
-            if (n->dims[k] < 0 || n->dims[k] >= dims[k]) return calc_fail(run, n, 3111, 0);
-        int64_t begin[8], cnt = 0, od[8];
-        for (int k = 0; k <= nsubs; ++k) begin[k] = n->dims[k];
-        begin[0] = nsubs;
+            if (n->dims[k] < 0 || n->dimsEnd[k] >= dims[k]) return calc_fail(run, n, 3111, 0);
+        int64_t begin[8], end[8], cnt = 0, od[8];
+        for (int k = 0; k <= nsubs; ++k) begin[k] = n->dims[k], end[k] = n->dimsEnd[k];
+        begin[0] = end[0] = nsubs;
         int elen = 0;
         Sdf_Get_Elen(ch, full, &elen);
+        if (n->sliced) return read_slice(run, n, full, type, elen, begin, end);
         if (type == SDF_CHAR_T) {
             std::string buf((size_t)elen + 1, '\0');
             char *ptrs[1] = {&buf[0]};
@@ -130,6 +173,7 @@ int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
         n->dimStore[1] = 1;
         return apply_stored_units(run, n, full);
     }
+    if (isArr && type != SDF_CHAR_T && calc_cache_take(run, n, full)) return apply_stored_units(run, n, full);
     if (isArr) {
         Sdf_Get_Dims64(ch, full, dims);
         const int64_t count = Sdf_Num_Elem64(dims);
@@ -148,6 +192,7 @@ int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
             rc = Sdf_Read_Array64(ch, full, &p, start, count, &nread);
         }
         if (rc >= 3000) return chain(run, n, rc, "sdf_read_array");
+        calc_cache_offer(run, n, full);
     } else if (type == SDF_CHAR_T) {
         char *text = nullptr;
         int len = 0;
@@ -212,6 +257,7 @@ int calc_read_name(CalcRun *run, CalcNode *n)
 int calc_write(CalcRun *run, CalcNode *n, const char *name)
 {
     const int ch = run->channel;
+    calc_cache_forget(run);
     if (exists(run, name) && Sdf_Delete(ch, name) >= 3000) return chain(run, n, 3000, "sdf_delete");
     const char *units = n->units && *n->units ? n->units : nullptr;
     int rc;
@@ -295,11 +341,76 @@ int read_lhs(CalcRun *run, CalcNode *l, Lhs *out)
     return 0;
 }
 
+/* _$INDEX: an SDF_INT_T array of rank 1 holding the target's rank and then
+ * one 1-based subscript per dimension makes a scalar assignment to a plain
+ * array name go to that element. True when it applies (id->dims set). */
+bool index_from_channel(CalcRun *run, CalcNode *id, int rank)
+{
+    int pos = 0;
+    if (!sdf_find_var(run->f, "_$INDEX", &pos)) return false;
+    int type = 0, arr = 0;
+    int64_t d[8] = {0};
+    if (Sdf_Get_Type(run->channel, "_$INDEX", &type, &arr) >= 3000 || type != SDF_INT_T || !arr) return false;
+    if (Sdf_Get_Dims64(run->channel, "_$INDEX", d) >= 3000 || d[0] != 1 || d[1] <= rank || rank > 7) return false;
+    int32_t vals[8];
+    void *p = vals;
+    int64_t start[8] = {0}, nread = 0;
+    if (Sdf_Read_Array64(run->channel, "_$INDEX", &p, start, rank + 1, &nread) >= 3000 || nread != rank + 1 ||
+        vals[0] != rank)
+        return false;
+    id->dims = id->dimStore;
+    id->dimsEnd = id->dimEndStore;
+    id->dimStore[0] = id->dimEndStore[0] = rank;
+    for (int k = 1; k <= rank; ++k) id->dimStore[k] = id->dimEndStore[k] = (int64_t)vals[k] - 1;
+    id->indexed = 1;
+    id->sliced = 0;
+    return true;
+}
+
+/* Writes v into the slice id->dims..id->dimsEnd of an existing array: a
+ * scalar fills it, an array must have as many elements. */
+int write_slice(CalcRun *run, CalcNode *op, CalcNode *id, CalcNode *v, const char *name, bool isArray,
+                const int64_t *sdims, int stype)
+{
+    if (!isArray) return calc_fail_text(run, id, 3012, name);
+    if (sdims[0] != id->dims[0]) return calc_fail_text(run, id, 3022, "dimensions");
+    int64_t count = 1;
+    for (int k = 1; k <= id->dims[0]; ++k) {
+        if (id->dims[k] < 0 || id->dimsEnd[k] >= sdims[k]) return calc_fail(run, id, 3111, 0);
+        count *= id->dimsEnd[k] - id->dims[k] + 1;
+    }
+    if (v->isArray && v->count != count) return calc_fail(run, op, 3114, 0);
+    int rc = calc_retype(run, op, v, stype, stype == SDF_CHAR_T ? v->strLen : 0);
+    if (rc >= 3000) return rc;
+    if (!v->isArray) {
+        /* One value for the whole slice. */
+        CalcNode fill = *v;
+        fill.owned = 0;
+        fill.data = nullptr;
+        if ((rc = calc_alloc_array(run, &fill, v->type, v->strLen, count, nullptr))) return rc;
+        for (int64_t i = 0; i < count; ++i) {
+            if (v->type == SDF_CHAR_T) memcpy(fill.cdata[i], v->cvalue, (size_t)v->strLen + 1);
+            else memcpy((char *)fill.data + i * calc_elem_size(v->type), v->data, (size_t)calc_elem_size(v->type));
+        }
+        rc = write_slice(run, op, id, &fill, name, isArray, sdims, stype);
+        calc_release(run, &fill);
+        return rc;
+    }
+    int64_t begin[8], end[8], cnt = 0;
+    for (int k = 0; k <= id->dims[0]; ++k) begin[k] = id->dims[k], end[k] = id->dimsEnd[k];
+    if (v->type == SDF_CHAR_T)
+        return chain(run, op, Sdf_Write_Cslice64(run->channel, name, v->cdata, begin, end, nullptr, nullptr, &cnt),
+                     "sdf_write_cslice");
+    return chain(run, op, Sdf_Write_Slice64(run->channel, name, v->data, begin, end, nullptr, nullptr, &cnt),
+                 "sdf_write_slice");
+}
+
 } // namespace
 
 int calc_assign(CalcRun *run, CalcNode *op)
 {
     CalcNode *v = op->right;
+    calc_cache_forget(run);
     Lhs lhs;
     int rc = read_lhs(run, op->left, &lhs);
     if (rc >= 3000) return rc;
@@ -320,6 +431,10 @@ int calc_assign(CalcRun *run, CalcNode *op)
     }
     std::string storedUnits = sunits ? sunits : "";
     if (sunits) Sdf_Free(sunits);
+    if (!lhs.hasSubs && sarr && !v->isArray && index_from_channel(run, id, (int)sdims[0])) {
+        lhs.hasSubs = true;
+        lhs.nsubs = (int)sdims[0];
+    }
     const bool keep = found && !overwrite;
     int T = keep ? stype : lhs.cast;
     if (calc_rank(v->type) == 0) return calc_fail(run, op, 3103, 2);
@@ -349,6 +464,8 @@ int calc_assign(CalcRun *run, CalcNode *op)
                                        : Sdf_Write_Array64(ch, name, v->data, start, v->count);
             rc = chain(run, op, rc, v->type == SDF_CHAR_T ? "sdf_write_carray" : "sdf_write_array");
         }
+    } else if (id->sliced) {
+        rc = write_slice(run, op, id, v, name, found && sarr, sdims, stype);
     } else if (!v->isArray) {
         if (!found) return calc_fail_text(run, id, 3012, name);
         if (!sarr) return calc_fail_text(run, id, 3012, name);
@@ -418,6 +535,7 @@ int calc_assign(CalcRun *run, CalcNode *op)
 
 int calc_table_assign(CalcRun *run, CalcNode *op)
 {
+    calc_cache_forget(run);
     CalcNode *L = op->left, *Rt = op->right;
     if (L->kind != CALC_TABLE || Rt->kind != CALC_TABLE) return calc_fail(run, op, 3103, 0);
     const int ch = run->channel;

@@ -73,12 +73,36 @@ TEST_F(CalcTest, ArraysBroadcastWithWrapAround)
     EXPECT_EQ(value("_$5"), 0) << "an ordering holds only when it holds for every pair";
 }
 
+TEST_F(CalcTest, ANameReadTwiceSeesTheChannelEachTime)
+{
+    ASSERT_EQ(calc("v = {1,2,3}"), 0);
+    ASSERT_EQ(calc("-v + v, v * v, v [km] + 0 [m]"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{0, 0, 0})) << "a changed copy never reaches a later read";
+    EXPECT_EQ(values("_$2"), (std::vector<double>{1, 4, 9}));
+    EXPECT_EQ(values("_$3"), (std::vector<double>{1000, 2000, 3000}));
+    ASSERT_EQ(calc("v + 0, v = {5,5,5}, v + 0"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{1, 2, 3}));
+    EXPECT_EQ(values("_$2"), (std::vector<double>{5, 5, 5})) << "a read after an assignment";
+}
+
 TEST_F(CalcTest, SubscriptsReadAndWriteElements)
 {
     ASSERT_EQ(calc("m = {{1,2},{3,4}}, v = {1,2,3,4}, v(3) = 30, m(2,1) + m(1,2), v(3)"), 0);
     EXPECT_EQ(value("_$1"), 5);
     EXPECT_EQ(value("_$2"), 30);
     EXPECT_EQ(values("v"), (std::vector<double>{1, 2, 30, 4}));
+    ASSERT_EQ(calc("v(2..3), m(1..2, 2), v(1..2) = {7, 8}, v(3..4) = 0"), 0);
+    EXPECT_EQ(values("_$1"), (std::vector<double>{2, 30}));
+    EXPECT_EQ(values("_$2"), (std::vector<double>{3, 4}));
+    EXPECT_EQ(values("v"), (std::vector<double>{7, 8, 0, 0}));
+    EXPECT_EQ(calc("v(1..3) = {1, 2}"), 3114);
+    EXPECT_EQ(calc("v(3..2)"), 3111);
+    EXPECT_EQ(calc("v(3..5)"), 3111);
+    ASSERT_EQ(calc("_$INDEX = {2, 1, 2}, m = 9, m(1,2), _$INDEX = {1, 4}, v = 5"), 0);
+    EXPECT_EQ(value("_$1"), 9) << "a scalar into a plain array name goes where _$INDEX points";
+    EXPECT_EQ(values("v"), (std::vector<double>{7, 8, 0, 5}));
+    ASSERT_EQ(Sdf_Delete(ch, "_$INDEX"), 0);
+    ASSERT_EQ(calc("v = {1,2,30,4}"), 0);
     ASSERT_EQ(calc("g(2,3) = {1,2,3,4,5,6}"), 0);
     EXPECT_EQ(dims("g"), (std::vector<int64_t>{2, 2, 3}));
     Sdf_Set_Opts("Overwrite=No");
@@ -235,6 +259,57 @@ TEST(CalcFile, FailedItemLeavesEarlierOnesAndAConsistentFile)
     EXPECT_EQ(Sdf_Exists(ch, "r"), 0);
     EXPECT_EQ(Sdf_Calc_Chan(ch, "1"), 3002) << "a read-only channel is refused";
     Sdf_Close(ch, "DELETE");
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(CalcTest, ComplexLogicAndShortCircuits)
+{
+    defineAll(ch);
+    // z = 2 - i, x = 1.5 + 2i
+    ASSERT_EQ(calc("z / z, z ** 2, 0 && nowhere, 1 || nowhere, !{0, 3}, z == z, x < z, {1,2} ? 'y' | 'n'"), 0);
+    EXPECT_DOUBLE_EQ(value("_$1"), 1);
+    EXPECT_NEAR(value("_$2"), 3, 1e-12);
+    EXPECT_EQ(value("_$3"), 0) << "the right side of && is not needed";
+    EXPECT_EQ(value("_$4"), 1);
+    EXPECT_EQ(values("_$5"), (std::vector<double>{1, 0}));
+    EXPECT_EQ(value("_$6"), 1);
+    EXPECT_EQ(value("_$7"), 0) << "complex values order by squared modulus: 6.25 > 5";
+    EXPECT_EQ(text("_$8"), "y");
+    EXPECT_EQ(calc("z / (z - z)"), 3104);
+    EXPECT_EQ(calc("{{{{{{{{1}}}}}}}}"), 3021);
+    EXPECT_EQ(calc("1, nowhere"), 3010);
+    EXPECT_EQ(text("_$8"), "y") << "a failed run leaves the results of the last good one";
+}
+
+TEST(CalcDefault, OpensAnInternalChannelAndRefusesAFileChannel)
+{
+    Sdf_Set_Opts("Error_Out=None,Default_Internal_Channel=0");
+    ASSERT_EQ(Sdf_Calc("k = 40 + 2"), 0);
+    int ch = -1;
+    char opt[128];
+    ASSERT_EQ(Sdf_Get_Opt("Default_Internal_Channel", opt), 0);
+    ch = atoi(opt);
+    int32_t k = 0;
+    EXPECT_EQ(Sdf_Get_Val(ch, "k", &k), 0);
+    EXPECT_EQ(k, 42);
+    EXPECT_EQ(Sdf_Calc("k + 1"), 0) << "the same channel again";
+    EXPECT_EQ(Sdf_Exists(ch, "_$1"), 1);
+    char path[] = "/tmp/calc_defXXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    unlink(path);
+    int fch = 0;
+    ASSERT_EQ(Sdf_Open(&fch, path, "BINARY", "NEW", "WRITE"), 0);
+    snprintf(opt, sizeof opt, "Default_Internal_Channel=%d", fch);
+    Sdf_Set_Opts(opt);
+    EXPECT_EQ(Sdf_Calc("1"), 3004);
+    Sdf_Close(fch, "DELETE");
+    Sdf_Close(ch, "DELETE");
+    Sdf_Set_Opts("Default_Internal_Channel=0");
 }
 
 } // namespace

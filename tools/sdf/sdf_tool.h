@@ -2,11 +2,11 @@
 // library's public interface, turning their elements into text, the CSV and
 // JSON writers, and the commands themselves.
 //
-// Invariants: the tool opens SDF files for reading only and closes every
-// channel it opens before a command returns; the operations that change
-// anything on disk are the deletion of lock files and the new file that
-// salvage writes (never over an existing file unless told, never over its
-// input). Elements are always
+// Invariants: the tool opens SDF files for reading only (calc alone opens
+// its file for writing) and closes every channel it opens before a command
+// returns; the operations that change anything on disk are calc, the
+// deletion of lock files and the new file that salvage writes (never over an
+// existing file unless told, never over its input). Elements are always
 // addressed in storage order (first index fastest).
 #pragma once
 
