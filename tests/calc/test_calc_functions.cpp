@@ -5,6 +5,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 
@@ -133,10 +134,12 @@ TEST_F(CalcFunctions, RoundingConversionPairAndTextFunctionsGiveExactResults)
         {"aint(3000000000.5)", SDF_DBLE_T, false, {3e9}},
         {"anint({2.5, -2.5, 0.49})", SDF_DBLE_T, true, {3, -3, 0}},
         {"anint(-1000000000000000.5)", SDF_DBLE_T, false, {-1000000000000001.0}},
+        // x + 0.5 would round to even past 2^52, and to 1 just below 0.5
+        {"anint({4503599627370497.0, 0.49999999999999994})", SDF_DBLE_T, true, {4503599627370497.0, 0}},
         {"ceil(-2.5)", SDF_DBLE_T, false, {-2}},
         {"floor(-2.5)", SDF_DBLE_T, false, {-3}},
         {"floor((SDF_REAL_T) 2.5)", SDF_REAL_T, false, {2}},
-        {"int({-2.5, 2.9})", SDF_INT_T, true, {-2, 2}},
+        {"int({-2.5, 2.9, 2147483647.9, -2147483648.9})", SDF_INT_T, true, {-2, 2, INT32_MAX, INT32_MIN}},
         {"INT(cmplx(3.7, 9))", SDF_INT_T, false, {3}},
         {"nint({2.5, -2.5, 0.4})", SDF_INT_T, true, {3, -3, 0}},
         {"int64(1e12)", SDF_INT64_T, false, {1e12}},
@@ -154,6 +157,7 @@ TEST_F(CalcFunctions, RoundingConversionPairAndTextFunctionsGiveExactResults)
         {"mod(-7.5, 2)", SDF_DBLE_T, false, {-1.5}},
         {"sign({3, -3}, {-1, 0})", SDF_INT_T, true, {-3, 3}},
         {"sign(4, -0.5)", SDF_INT_T, false, {-4}},
+        {"sign(-2147483647 - 1, -1)", SDF_INT_T, false, {INT32_MIN}},
         {"sign((SDF_REAL_T) (-1.5), 2)", SDF_REAL_T, false, {1.5}},
         {"max(1, 2.5, {3, 0})", SDF_DBLE_T, false, {3}},
         {"min(1, 2.5, {3, 0})", SDF_DBLE_T, false, {0}},
@@ -175,6 +179,7 @@ TEST_F(CalcFunctions, RoundingConversionPairAndTextFunctionsGiveExactResults)
     EXPECT_EQ(eval("max(9223372036854775806, 9223372036854775807)").ints,
               std::vector<int64_t>{INT64_MAX});
     EXPECT_EQ(eval("dim(9223372036854775807, 9223372036854775806)").ints, std::vector<int64_t>{1});
+    EXPECT_EQ(eval("mod(-9223372036854775807 - 1, {-1, 0})").ints, (std::vector<int64_t>{0, INT64_MIN}));
     EXPECT_EQ(eval("char(65)").texts, std::vector<std::string>{"A"});
     EXPECT_EQ(eval("char({72, 105})").texts, (std::vector<std::string>{"H", "i"}));
 }
@@ -247,7 +252,12 @@ TEST_F(CalcFunctions, WrongArgumentsAreRefusedWithTheirCodes)
         {"ichar('AB')", 3104, nullptr},
         {"int(3e9)", 3104, nullptr},
         {"int(4294967296)", 3104, nullptr},
-        {"abs((SDF_INT_T) (-2147483647 - 1))", 3104, nullptr},
+        {"abs(-2147483647 - 1)", 3104, nullptr},
+        {"abs(-9223372036854775807 - 1)", 3104, nullptr},
+        {"sign(-2147483647 - 1, 0)", 3104, nullptr},
+        {"dim(2147483647, -1)", 3104, nullptr},
+        {"nint(2147483647.5)", 3104, nullptr},
+        {"int64(9223372036854775808.0)", 3104, nullptr},
         {"dim(9223372036854775807, -1)", 3104, nullptr},
         {"real(1e300)", 3104, nullptr},
         {"x = 1, sin(x) = 2", 3110, "\"sin\" is not allowed on the LHS"},
