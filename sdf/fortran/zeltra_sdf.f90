@@ -373,5 +373,24 @@ module zeltra_sdf
             type(c_ptr), intent(out) :: names, values
             integer(c_int), intent(out) :: count, rc
         end subroutine sdf_tag_list_alloc_ref
+        ! The expression calculator (docs/expressions.md). A user function
+        ! is a subroutine taking the channel number, integer(c_int).
+        subroutine sdf_calc_ref(expr, rc)
+            import
+            character(len=*), intent(in) :: expr
+            integer(c_int), intent(out) :: rc
+        end subroutine sdf_calc_ref
+        subroutine sdf_calc_chan_ref(ch, expr, rc)
+            import
+            integer(c_int), intent(in) :: ch
+            character(len=*), intent(in) :: expr
+            integer(c_int), intent(out) :: rc
+        end subroutine sdf_calc_chan_ref
+        subroutine sdf_calc_func_ref(name, fn, rc)
+            import
+            character(len=*), intent(in) :: name
+            external :: fn
+            integer(c_int), intent(out) :: rc
+        end subroutine sdf_calc_func_ref
     end interface
 end module zeltra_sdf
