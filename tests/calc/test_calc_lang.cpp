@@ -111,7 +111,7 @@ TEST_F(CalcTest, EvaluationErrorsHaveTheirCodes)
                          {"1 = 2", 3110},          {"x + y = 1", 3110},    {"'a' + 1", 3103},
                          {"1 .. 3", 3103},         {"{1, 'a'}", 3103},     {"{{1,2},{3}}", 3103},
                          {"(FOO_T) 1", 3104},      {"(SDF_CHAR_T) 1", 3103}, {"(1) 2", 3103}, {"(a) 1", 3104},
-                         {"5 % 2.0", 3103},        {"sin(1)", 3102}};
+                         {"5 % 2.0", 3103},        {"sin(1, 2)", 3102}};
     for (const Bad &c : cases) EXPECT_EQ(calc(c.expr), c.code) << c.expr;
 }
 
