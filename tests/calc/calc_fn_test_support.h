@@ -1,7 +1,7 @@
-// Helpers of the calculator function tests: the calculator fixture on an
-// SDF file of the test's own in the temporary folder, messages kept on the
-// error set, and the result _$1 read back whole: complex parts, integers
-// without a detour through double, texts and units.
+// Helpers of the calculator function tests: the calculator fixture's
+// internal channel, messages kept on the error set, and the result _$1 read
+// back whole: complex parts, integers without a detour through double, texts
+// and units.
 #pragma once
 
 #include <complex>
@@ -25,10 +25,8 @@ class CalcFnTest : public calctest::CalcTest {
 protected:
     void SetUp() override
     {
+        calctest::CalcTest::SetUp();
         ASSERT_EQ(Sdf_Set_Opts("Error_Out=ErrSet"), 0);
-        std::string path = testing::TempDir() + "calcfn_" +
-                           testing::UnitTest::GetInstance()->current_test_info()->name() + ".sdf";
-        ASSERT_LT(Sdf_Open(&ch, path.c_str(), "BINARY", "FRESH", "WRITE"), 3000);
     }
 
     int run(const std::string &expr)
