@@ -11,26 +11,13 @@
 #include <vector>
 
 #include "sdf.h"
+#include "tool_run.h"
 
 namespace {
 
-struct Outcome {
-    int code = -1;
-    std::string out;  // standard output and standard error together
-};
+using sdftooltest::Outcome;
 
-Outcome run(const std::string& args) {
-    Outcome r;
-    std::string cmd = std::string(SDF_TOOL) + " calc " + args + " 2>&1";
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    int status = pclose(p);
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
+Outcome run(const std::string& args) { return sdftooltest::runTool("calc " + args); }
 
 std::string bytesOf(const char* path) {
     std::string out;

@@ -20,6 +20,7 @@
 #include "crash_model.h"
 #include "sdf_inner.h"
 #include "sdf_salvage.h"
+#include "tool_run.h"
 
 namespace {
 
@@ -90,21 +91,8 @@ protected:
         return st;
     }
 
-    struct Outcome {
-        int code = -1;
-        std::string out;
-    };
-    Outcome tool(const std::string& args) {
-        Outcome r;
-        FILE* p = popen((std::string(SDF_TOOL) + " " + args + " 2>&1").c_str(), "r");
-        if (!p) return r;
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-        const int status = pclose(p);
-        r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        return r;
-    }
+    using Outcome = sdftooltest::Outcome;
+    Outcome tool(const std::string& args) { return sdftooltest::runTool(args); }
 
     std::string dir_;
 };

@@ -15,13 +15,11 @@
 #include <vector>
 
 #include "sdf.h"
+#include "tool_run.h"
 
 namespace {
 
-struct Outcome {
-    int code = -1;
-    std::string out, err;
-};
+using sdftooltest::Outcome;
 
 std::string slurp(const std::string& p) {
     std::ifstream in(p, std::ios::binary);
@@ -139,16 +137,8 @@ protected:
     }
 
     Outcome tool(const std::string& args) {
-        Outcome r;
-        std::string errPath = dir_ + "/stderr.txt";
-        std::string cmd = std::string(SDF_TOOL) + " " + args + " 2>" + errPath;
-        FILE* p = popen(cmd.c_str(), "r");
-        if (!p) return r;
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-        int status = pclose(p);
-        r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        const std::string errPath = dir_ + "/stderr.txt";
+        Outcome r = sdftooltest::runTool(args, "2>" + errPath);
         r.err = slurp(errPath);
         return r;
     }

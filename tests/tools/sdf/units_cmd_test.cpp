@@ -7,25 +7,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "tool_run.h"
+
 namespace {
 
-struct Outcome {
-    int code = -1;
-    std::string out;  // standard output and standard error together
-};
+using sdftooltest::Outcome;
 
-Outcome units(const std::string& args) {
-    Outcome r;
-    std::string cmd = std::string(SDF_TOOL) + " units " + args + " 2>&1";
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    int status = pclose(p);
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
+Outcome units(const std::string& args) { return sdftooltest::runTool("units " + args); }
 
 TEST(SdfUnits, PrintsBaseFormAndConversions) {
     const std::pair<const char*, const char*> cases[] = {
