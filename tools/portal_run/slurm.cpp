@@ -223,7 +223,12 @@ bool SlurmLauncher::run(const std::vector<std::size_t>& todo, LaunchEvents& even
         return false;
     }
     if (stop || !submit(todo, console)) return false;
-    for (std::size_t i : todo) events.started(i);
+    // A design counts as started when Slurm runs its task, not when it is
+    // queued, so status and results.json show queued designs as pending.
+    std::set<std::size_t> begun;
+    auto begin = [&](std::size_t i) {
+        if (begun.insert(i).second) events.started(i);
+    };
 
     std::vector<std::size_t> left = todo;
     std::map<std::size_t, int> unrecorded;  // polls a task was seen over without a record
@@ -255,6 +260,10 @@ bool SlurmLauncher::run(const std::vector<std::size_t>& todo, LaunchEvents& even
             const std::map<int, TaskState> tasks = forgotten ? std::map<int, TaskState>{} : parseQueue(q.out);
             int running = 0;
             for (const auto& [n, t] : tasks) running += t.state == "RUNNING" || t.state == "COMPLETING";
+            for (std::size_t i : left) {
+                auto it = tasks.find(designs_[i].number);
+                if (it != tasks.end() && it->second.state != "PENDING") begin(i);
+            }
             for (std::size_t k = left.size(); k-- > 0;) {
                 const std::size_t i = left[k];
                 const int number = designs_[i].number;
@@ -280,6 +289,7 @@ bool SlurmLauncher::run(const std::vector<std::size_t>& todo, LaunchEvents& even
                                      : slurmEndReason(study_, it->second, outputFile(number));
                 }
                 left.erase(left.begin() + static_cast<std::ptrdiff_t>(k));
+                if (end.kind != TaskEnd::Kind::Interrupted) begin(i);
                 events.ended(i, end);
             }
             events.running(running);
