@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job: builds the plug-in, the study runner and the example solver,
-# then runs the bundled beam study through the plug-in and prints its results
-# table. Extra arguments go to portal-run (e.g. --verbose, -j 2).
+# then runs the bundled beam study through the plug-in, prints its results
+# table and writes its report page. Extra arguments go to portal-run (e.g.
+# --verbose, -j 2).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$root"
@@ -44,5 +45,10 @@ if [ -f "$csv" ]; then
       }
       print out shorten(field)
     }' "$csv" | column -t -s "$(printf '\t')"
+  # The same results as a page to open in a browser: table, plots, failures.
+  if build/tools/portal-run report --runs "$runs" -o "$runs/report.html" examples/beam/study.toml >/dev/null; then
+    echo
+    echo "Report: $runs/report.html"
+  fi
 fi
 exit "$status"
