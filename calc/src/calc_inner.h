@@ -157,8 +157,8 @@ int calc_fail_units(CalcRun *run, CalcNode *op, const char *a, const char *b);
  * none, -1 plural) and returns 3104. Warning: raises 2104 with the rebuilt
  * text, Calc_Range_Subst and index + 1, stores the substitute in *subst and
  * returns 2104. Ignore: stores the substitute, returns 0. The caller stops
- * on 3000 or more, else puts *subst into the element (real part for complex,
- * imaginary part 0). */
+ * on 3000 or more, else puts *subst into the element (for complex: as the
+ * real component, the imaginary one zero). */
 int calc_range(CalcRun *run, CalcNode *op, int arg, int64_t index, double *subst);
 
 /* ------------------------------------------------------ values and types */
