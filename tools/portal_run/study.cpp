@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -360,9 +359,44 @@ bool runnerOwnsOption(const std::string& option) {
     return false;
 }
 
+// Digits joined by ':' into at most three fields, none empty.
+bool isClockFields(std::string_view text) {
+    int fields = 1;
+    bool digit = false;
+    for (char c : text) {
+        if (c >= '0' && c <= '9') {
+            digit = true;
+        } else if (c == ':' && digit && fields < 3) {
+            ++fields;
+            digit = false;
+        } else {
+            return false;
+        }
+    }
+    return digit;
+}
+
+// sbatch's time forms: M, M:S, H:M:S, D-H, D-H:M, D-H:M:S, or no limit.
+bool isSlurmTime(const std::string& text) {
+    if (text == "UNLIMITED" || text == "INFINITE" || text == "unlimited" || text == "infinite") return true;
+    const auto dash = text.find('-');
+    if (dash == std::string::npos) return isClockFields(text);
+    const std::string_view days(text.data(), dash);
+    return !days.empty() && days.find_first_not_of("0123456789") == std::string_view::npos &&
+           isClockFields(std::string_view(text).substr(dash + 1));
+}
+
+// A whole number of megabytes, or with one of the units K, M, G, T.
+bool isSlurmMemory(const std::string& text) {
+    const auto end = text.find_first_not_of("0123456789");
+    if (end == 0) return false;
+    return end == std::string::npos ||
+           (end + 1 == text.size() && std::string_view("KMGTkmgt").find(text[end]) != std::string_view::npos);
+}
+
 // A value that sbatch takes as text, also given as a whole number of units.
 std::optional<std::string> sbatchValue(const Reader& r, const toml::table& t, const char* key,
-                                       const std::regex& form, const char* what) {
+                                       bool (*valid)(const std::string&), const char* what) {
     const toml::node* n = t.get(key);
     if (!n) return std::nullopt;
     std::string text;
@@ -374,7 +408,7 @@ std::optional<std::string> sbatchValue(const Reader& r, const toml::table& t, co
     } else {
         r.fail(n, "[scheduler]", std::string("'") + key + "' must be a string or an integer");
     }
-    if (!std::regex_match(text, form))
+    if (!valid(text))
         r.fail(n, "[scheduler]", std::string("'") + key + "' = \"" + text + "\" is not " + what);
     return text;
 }
@@ -391,13 +425,10 @@ void readScheduler(const Reader& r, const toml::table& root, Study& s) {
     s.slurm.partition = r.string(*t, "partition", where).value_or("");
     if (s.slurm.partition.find_first_of(" \t\n") != std::string::npos)
         r.fail(t->get("partition"), where, "'partition' must be one name");
-    static const std::regex timeForm(
-        R"((\d+-\d+(:\d+){0,2}|\d+(:\d+){0,2}|UNLIMITED|INFINITE|unlimited|infinite))");
-    static const std::regex memoryForm(R"(\d+[KMGTkmgt]?)");
-    s.slurm.time = sbatchValue(r, *t, "time", timeForm,
+    s.slurm.time = sbatchValue(r, *t, "time", isSlurmTime,
                                "a Slurm time (minutes, MM:SS, HH:MM:SS, D-HH:MM)").value_or("");
     s.slurm.memory =
-        sbatchValue(r, *t, "memory", memoryForm, "a size (megabytes, or with K, M, G or T)")
+        sbatchValue(r, *t, "memory", isSlurmMemory, "a size (megabytes, or with K, M, G or T)")
             .value_or("");
     if (auto cpus = r.integer(*t, "cpus", where)) {
         if (*cpus < 1 || *cpus > 100000) r.fail(t->get("cpus"), where, "'cpus' must be from 1 to 100000");
