@@ -60,6 +60,11 @@ TEST(SlurmStudy, RefusesSchedulerSettingsSlurmWouldMisread) {
         {"type = \"pbs\"\n", "unknown type 'pbs' (local or slurm)"},
         {"time = \"90 min\"\n", "'time' = \"90 min\" is not a Slurm time"},
         {"time = 0\n", "'time' must be at least 1"},
+        {"time = \"1:2:3:4\"\n", "is not a Slurm time"},
+        {"time = \"-3:00\"\n", "is not a Slurm time"},
+        {"time = \"2-\"\n", "is not a Slurm time"},
+        {"time = \"10:\"\n", "is not a Slurm time"},
+        {"memory = \"G\"\n", "is not a size"},
         {"memory = \"2GB\"\n", "'memory' = \"2GB\" is not a size"},
         {"cpus = 0\n", "'cpus' must be from 1 to 100000"},
         {"partition = \"a b\"\n", "'partition' must be one name"},
@@ -75,6 +80,8 @@ TEST(SlurmStudy, RefusesSchedulerSettingsSlurmWouldMisread) {
         EXPECT_NE(e.find("[scheduler]"), std::string::npos) << e;
     }
     EXPECT_EQ(schedulerError(dir, "time = \"UNLIMITED\"\nmemory = \"16g\"\nsbatch_options = [\"--export=ALL\"]\n"), "");
+    for (const char* time : {"45", "30:00", "1:30:00", "2-12", "2-12:30", "2-12:30:15"})
+        EXPECT_EQ(schedulerError(dir, std::string("time = \"") + time + "\"\n"), "") << time;
 }
 
 TEST(SlurmArray, JoinsConsecutiveDesignsIntoRanges) {
