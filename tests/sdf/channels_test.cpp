@@ -32,6 +32,16 @@ int numberIn(const std::string& name, const std::string& prefix, const std::stri
     return std::stoi(digits);
 }
 
+// Whether the file on disk (read past the channel table) holds the variable.
+bool onDisk(const std::string& p, const char* name) {
+    fcb* f = nullptr;
+    if (sdf_load_file(p.c_str(), 0, &f) != 0) return false;
+    int pos = -1;
+    const bool found = sdf_find_var(f, name, &pos) != nullptr;
+    sdf_close_file(f, 0);
+    return found;
+}
+
 class SdfOpenClose : public sdftest::ChannelTest {};
 
 // Byte order and case rule come from the options at the creation.
@@ -295,12 +305,7 @@ TEST_F(SdfChannels, ReadersHaveHandlesOfTheirOwnAndAWriterSharesOne) {
     EXPECT_EQ(lockLine(p), fid + ",WRITE=0");
     EXPECT_EQ(getVar(r1, "b"), 2);
     EXPECT_EQ(Sdf_Write(r1), 3002);
-    // What the writer made is on disk.
-    fcb* check = nullptr;
-    ASSERT_EQ(sdf_load_file(p.c_str(), 0, &check), 0);
-    int pos;
-    EXPECT_NE(sdf_find_var(check, "b", &pos), nullptr);
-    sdf_close_file(check, 0);
+    EXPECT_TRUE(onDisk(p, "b"));
 
     EXPECT_EQ(Sdf_Close(r1, "DELETE"), 0);  // not the last: the file stays
     EXPECT_TRUE(exists(p));
@@ -328,16 +333,26 @@ TEST_F(SdfChannels, FreshOnAnOpenFileIsRefusedAndTheChannelStays) {
     EXPECT_FALSE(exists(p + ".lock"));
 }
 
-TEST_F(SdfChannels, CloseStatusIsCheckedForFilesOnly) {
+TEST_F(SdfChannels, WriteFlushAndCloseFollowTheChannelsIntent) {
     const std::string p = path("c.sdf");
-    int w = -1;
+    int w = -1, r = -1;
+    EXPECT_EQ(Sdf_Write(12345), 3001);
+    EXPECT_EQ(Sdf_Flush(-1), 3001);
     ASSERT_EQ(Sdf_Open(&w, p.c_str(), "BINARY", "NEW", "WRITE"), 0);
     for (const char* bad : {"PURGE", "", static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(Sdf_Close(w, bad), 3031);
         EXPECT_NE(sdf_chan_get(w), nullptr);
     }
+    ASSERT_TRUE(putVar(w, "a", 1));
+    EXPECT_EQ(Sdf_Write(w), 0);
+    EXPECT_TRUE(onDisk(p, "a")) << "committed before the close";
+    EXPECT_EQ(Sdf_Flush(w), 0);
     EXPECT_EQ(Sdf_Close(w, "keep"), 0);
     EXPECT_EQ(Sdf_Close(w, "KEEP"), 3001);
+    ASSERT_EQ(Sdf_Open(&r, p.c_str(), "BINARY", "OLD", "READ"), 0);
+    EXPECT_EQ(Sdf_Write(r), 3002);
+    EXPECT_EQ(Sdf_Flush(r), 0);
+    EXPECT_EQ(Sdf_Close(r, "KEEP"), 0);
 }
 
 TEST_F(SdfChannels, DowngradeRefusesInt64AndTheChannelStaysUsable) {
@@ -362,27 +377,6 @@ TEST_F(SdfChannels, DowngradeRefusesInt64AndTheChannelStaysUsable) {
     EXPECT_EQ(Sdf_Close(w, "KEEP"), 0);
 }
 
-TEST_F(SdfChannels, WriteAndFlushFollowTheChannelsIntent) {
-    const std::string p = path("w.sdf");
-    int w = -1, r = -1;
-    EXPECT_EQ(Sdf_Write(12345), 3001);
-    EXPECT_EQ(Sdf_Flush(-1), 3001);
-    ASSERT_EQ(Sdf_Open(&w, p.c_str(), "BINARY", "NEW", "WRITE"), 0);
-    ASSERT_TRUE(putVar(w, "a", 1));
-    EXPECT_EQ(Sdf_Write(w), 0);
-    fcb* check = nullptr;  // the variable is on disk before the close
-    ASSERT_EQ(sdf_load_file(p.c_str(), 0, &check), 0);
-    int pos;
-    EXPECT_NE(sdf_find_var(check, "a", &pos), nullptr);
-    sdf_close_file(check, 0);
-    EXPECT_EQ(Sdf_Flush(w), 0);
-    ASSERT_EQ(Sdf_Close(w, "KEEP"), 0);
-    ASSERT_EQ(Sdf_Open(&r, p.c_str(), "BINARY", "OLD", "READ"), 0);
-    EXPECT_EQ(Sdf_Write(r), 3002);
-    EXPECT_EQ(Sdf_Flush(r), 0);
-    EXPECT_EQ(Sdf_Close(r, "KEEP"), 0);
-}
-
 // The header's time has whole seconds: the clock is moved on for the writer.
 time_t later(time_t* t) {
     time_t now = ::time(nullptr) + 5;
@@ -403,13 +397,7 @@ TEST_F(SdfChannels, RefreshSeesAnotherWritersCommitAndRefusesADirtyFile) {
     // Another writer, outside the channel table.
     fcb* other = nullptr;
     ASSERT_EQ(sdf_load_file(p.c_str(), 1, &other), 0);
-    int pos = -1, err = 0;
-    ventry* row = sdf_insert_var(other, "b", (sdf_find_var(other, "b", &pos), pos), &err);
-    ASSERT_NE(row, nullptr);
-    row->record->type = SDF_DBLE_T;
-    row->record->elen = 8;
-    row->record->value.d[0] = 9;
-    sdf_touch(other->file, row->record, row->block, 1);
+    ASSERT_TRUE(putVar(other, "b", 9));
     sdf_io.time = later;
     ASSERT_EQ(sdf_write_modified_blocks(other), 0);
     sdf_io.time = sdf_io_default.time;

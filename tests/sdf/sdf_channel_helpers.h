@@ -15,9 +15,8 @@
 
 namespace sdftest {
 
-// Defines (or changes) a double variable on an open writable channel.
-inline bool putVar(int channel, const std::string& name, double value, int type = SDF_DBLE_T) {
-    fcb* f = sdf_chan_get(channel);
+// Defines (or changes) a double variable on an open writable file.
+inline bool putVar(fcb* f, const std::string& name, double value, int type = SDF_DBLE_T) {
     if (!f) return false;
     int pos = -1, err = 0;
     ventry* row = sdf_find_var(f, name.c_str(), &pos);
@@ -31,6 +30,9 @@ inline bool putVar(int channel, const std::string& name, double value, int type 
         row->record->value.d[0] = value;
     sdf_touch(f->file, row->record, row->block, 1);
     return true;
+}
+inline bool putVar(int channel, const std::string& name, double value, int type = SDF_DBLE_T) {
+    return putVar(sdf_chan_get(channel), name, value, type);
 }
 
 // The value of a double variable, or NaN-free -1e300 when it is missing.
