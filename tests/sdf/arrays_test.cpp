@@ -131,11 +131,8 @@ TEST_F(SdfArrays, WritesGrowTheLastExtentAndLeaveZerosBehind) {
         SCOPED_TRACE(c.what);
         const std::string p = path("grow.sdf");
         int ch = sdftest::openNew(p, "BigEndian");
-        const int32_t dims[3] = {2, 3, 2};
-        ASSERT_EQ(Sdf_Define_Array(ch, "a", SDF_DBLE_T, 0, dims, nullptr, nullptr), 0);
         const double first[6] = {1, 2, 3, 4, 5, 6}, data[3] = {10, 11, 12};
-        int32_t origin[3] = {2, 0, 0};
-        ASSERT_EQ(Sdf_Write_Array(ch, "a", first, origin, 6), 0);
+        ASSERT_EQ(sdftest::defineFilled(ch, "a", SDF_DBLE_T, {3, 2}, first), 0);
         int32_t start[3] = {c.start[0], c.start[1], c.start[2]};
         ASSERT_EQ(Sdf_Write_Array(ch, "a", data, c.start[0] ? start : nullptr, c.count), 0);
         if (c.start[0]) {  // the start moves behind the last element written
@@ -164,10 +161,8 @@ TEST_F(SdfArrays, ZeroArraysDecidesWhatAReusedBlockHolds) {
         int ch = sdftest::openNew(p, "LittleEndian");
         ASSERT_EQ(Sdf_Set_Opts_Chan(ch, (std::string("Zero_Arrays=") + zero).c_str()), 0);
         const int32_t dims[2] = {1, 320}, small[2] = {1, 64};  // 5 chunks and 1
-        ASSERT_EQ(Sdf_Define_Array(ch, "old", SDF_DBLE_T, 0, dims, nullptr, nullptr), 0);
         Bytes old = values(SDF_DBLE_T, 320, 7);
-        int32_t origin[2] = {1, 0};
-        ASSERT_EQ(Sdf_Write_Array(ch, "old", old.data(), origin, 320), 0);
+        ASSERT_EQ(sdftest::defineFilled(ch, "old", SDF_DBLE_T, {320}, old.data()), 0);
         ASSERT_EQ(Sdf_Define_Array(ch, "fence", SDF_INT_T, 0, dims, nullptr, nullptr), 0);
         fcb* f = sdf_chan_get(ch);
         const int where = f->file->blks->rows[rowOf(ch, "old")->record->value.i[2]].entry->start;
@@ -197,11 +192,8 @@ TEST_F(SdfArrays, ZeroArraysDecidesWhatAReusedBlockHolds) {
 
 TEST_F(SdfArrays, ReadCountsAndStarts) {
     int ch = sdftest::openInternal("counts");
-    const int32_t dims[3] = {2, 3, 2};
-    ASSERT_EQ(Sdf_Define_Array(ch, "a", SDF_INT_T, 0, dims, nullptr, nullptr), 0);
     const int32_t data[6] = {10, 11, 12, 13, 14, 15};
-    int32_t origin[3] = {2, 0, 0};
-    ASSERT_EQ(Sdf_Write_Array(ch, "a", data, origin, 6), 0);
+    ASSERT_EQ(sdftest::defineFilled(ch, "a", SDF_INT_T, {3, 2}, data), 0);
     ASSERT_EQ(Sdf_Write_Array(ch, "a", data, nullptr, 6), 0);
     EXPECT_EQ(dimsOf(ch, "a"), (std::vector<int64_t>{2, 3, 4})) << "no start appends behind the end";
 
@@ -274,12 +266,9 @@ TEST_F(SdfArrays, ZeroExtentHasNoChainUntilTheFirstWrite) {
 
 TEST_F(SdfArrays, InternalReadLendsAPointerIntoTheArray) {
     int ch = sdftest::openInternal("lend");
-    const int32_t dims[2] = {1, 10};
-    ASSERT_EQ(Sdf_Define_Array(ch, "i", SDF_INT_T, 0, dims, nullptr, nullptr), 0);
     int32_t data[10];
     for (int i = 0; i < 10; i++) data[i] = i * i;
-    int32_t start[2] = {1, 0};
-    ASSERT_EQ(Sdf_Write_Array(ch, "i", data, start, 10), 0);
+    ASSERT_EQ(sdftest::defineFilled(ch, "i", SDF_INT_T, {10}, data), 0);
     void* p = nullptr;
     int32_t from[2] = {1, 2}, nread = 0;
     ASSERT_EQ(Sdf_Read_Array(ch, "i", &p, from, 3, &nread), 0);
@@ -519,13 +508,8 @@ TEST_F(SdfArrays, DamagedRecordIsRefusedAtOpenNotTrustedByArrayIo) {
     const std::string p = path("damaged.sdf");
     {
         int ch = sdftest::openNew(p, "LittleEndian");
-        const int32_t dims[8] = {2, 3, 4};
         const double twelve[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-        for (const char* name : {"a", "b"}) {
-            ASSERT_EQ(Sdf_Define_Array(ch, name, SDF_DBLE_T, 0, dims, nullptr, nullptr), 0);
-            int32_t start[8] = {2, 0, 0};
-            ASSERT_EQ(Sdf_Write_Array(ch, name, twelve, start, 12), 0);
-        }
+        for (const char* name : {"a", "b"}) ASSERT_EQ(sdftest::defineFilled(ch, name, SDF_DBLE_T, {3, 4}, twelve), 0);
         const double x = 2.5;
         ASSERT_EQ(Sdf_Write_Var(ch, "x", SDF_DBLE_T, &x, nullptr, nullptr), 0);
         ASSERT_EQ(Sdf_Write_Char(ch, "s", "abc", nullptr), 0);

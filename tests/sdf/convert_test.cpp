@@ -216,11 +216,8 @@ TEST_F(SdfConvert, WidthOfATextTarget) {
 }
 
 TEST_F(SdfConvert, BaseRoutinesThroughAConversion) {
-    const int32_t dims[2] = {1, 5};
-    ASSERT_EQ(Sdf_Define_Array(ch, "d", SDF_DBLE_T, 0, dims, nullptr, nullptr), 0);
     const double v[5] = {1.5, -2.5, 3.9, 0, 1e10};
-    int32_t origin[2] = {1, 0};
-    ASSERT_EQ(Sdf_Write_Array(ch, "d", v, origin, 5), 0);
+    ASSERT_EQ(sdftest::defineFilled(ch, "d", SDF_DBLE_T, {5}, v), 0);
     ventry* row = sdftest::rowOf(ch, "d");
 
     void* out = nullptr;

@@ -84,6 +84,15 @@ inline int openInternal(const char* name) {
     return ch;
 }
 
+// Defines an array of these extents and writes all its elements from data;
+// the first code that isn't 0, or 0.
+inline int defineFilled(int ch, const char* name, int type, const std::vector<int32_t>& extents, const void* data) {
+    int32_t dims[8] = {static_cast<int32_t>(extents.size())}, origin[8] = {dims[0]}, n = 1;
+    for (size_t i = 0; i < extents.size() && i < 7; i++) n *= dims[i + 1] = extents[i];
+    const int rc = Sdf_Define_Array(ch, name, type, 0, dims, nullptr, nullptr);
+    return rc ? rc : Sdf_Write_Array(ch, name, data, origin, n);
+}
+
 // Reads the whole array as bytes (a copy the test owns).
 inline Bytes readAll(int ch, const std::string& name, int* rc = nullptr) {
     void* data = nullptr;

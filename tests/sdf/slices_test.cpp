@@ -112,14 +112,12 @@ protected:
     template <class Forms>
     void runTable(int ch, int type) {
         const int elen = sdf_type_elen(type);
-        const int32_t dims[4] = {3, 6, 5, 4};
-        ASSERT_EQ(Sdf_Define_Array(ch, "s", type, 0, dims, nullptr, nullptr), 0);
         const Bytes full = values(type, 120, 1);
+        ASSERT_EQ(sdftest::defineFilled(ch, "s", type, {6, 5, 4}, full.data()), 0);
         auto restore = [&] {
             int32_t origin[4] = {3, 0, 0, 0};  // moves with each write
             return Sdf_Write_Array(ch, "s", full.data(), origin, 120);
         };
-        ASSERT_EQ(restore(), 0);
         for (const Case& c : kCases) {
             SCOPED_TRACE(c.what);
             const SliceRef ref = refOf(c);
@@ -160,12 +158,9 @@ TEST_F(SdfSlices, TableInMemory) {
 
 TEST_F(SdfSlices, PulledBackEndsAndSmallTranspositions) {
     int ch = sdftest::openInternal("shapes");
-    const int32_t dims[3] = {2, 6, 4};
-    ASSERT_EQ(Sdf_Define_Array(ch, "s", SDF_INT_T, 0, dims, nullptr, nullptr), 0);
     int32_t v[24];
     for (int i = 0; i < 24; i++) v[i] = i;
-    int32_t origin[3] = {2, 0, 0};
-    ASSERT_EQ(Sdf_Write_Array(ch, "s", v, origin, 24), 0);
+    ASSERT_EQ(sdftest::defineFilled(ch, "s", SDF_INT_T, {6, 4}, v), 0);
     for (int32_t end : {1, 0}) {  // end 0 with step 2 is pulled back to 1
         const int32_t b[3] = {2, 5, 0}, e[3] = {2, end, 0}, s[3] = {2, 2, 1};
         int32_t out[3] = {-1, -1, -1}, count = 0, d[8] = {0};
@@ -192,11 +187,8 @@ TEST_F(SdfSlices, PulledBackEndsAndSmallTranspositions) {
 
 TEST_F(SdfSlices, BadSliceArgumentsAreRefusedAndChangeNothing) {
     int ch = sdftest::openNew(path("bad.sdf"), "LittleEndian");
-    const int32_t dims[3] = {2, 3, 4};
-    ASSERT_EQ(Sdf_Define_Array(ch, "s", SDF_REAL_T, 0, dims, nullptr, nullptr), 0);
     const Bytes full = values(SDF_REAL_T, 12, 3);
-    int32_t origin[3] = {2, 0, 0};
-    ASSERT_EQ(Sdf_Write_Array(ch, "s", full.data(), origin, 12), 0);
+    ASSERT_EQ(sdftest::defineFilled(ch, "s", SDF_REAL_T, {3, 4}, full.data()), 0);
     const int32_t empty_dims[3] = {2, 3, 0};
     ASSERT_EQ(Sdf_Define_Array(ch, "empty", SDF_REAL_T, 0, empty_dims, nullptr, nullptr), 0);
 
