@@ -623,7 +623,9 @@ TEST_F(SdfLock, CloseRemovesOnlyItsOwnLock) {
     }
 }
 
-TEST_F(SdfLock, LastWriterLeavesAReaderLockWithTheSameFid) {
+// The last writer's close leaves a reader's lock with the same FID; a failed
+// open undoes its lock. Neither touches another process's lock.
+TEST_F(SdfLock, DowngradeAndUndoTouchOnlyThisProcesssLock) {
     int64_t fid = 0;
     ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 0);
     sdfile s{};
@@ -638,21 +640,14 @@ TEST_F(SdfLock, LastWriterLeavesAReaderLockWithTheSameFid) {
     EXPECT_EQ(disk.write, 0);
     EXPECT_EQ(s.lock_write, 0);
     EXPECT_FALSE(exists(lock2_));
-
-    std::string theirs = lockText(self() + 1, 77, 1, "elsewhere", 3);
-    writeText(lock_, theirs);
-    EXPECT_EQ(sdf_lock_downgrade(&s, file_.c_str()), 0);
-    EXPECT_EQ(readText(lock_), theirs);
-}
-
-TEST_F(SdfLock, UndoRemovesOnlyThisProcesssLock) {
-    int64_t fid = 0;
-    ASSERT_EQ(sdf_write_lockfile(lock_.c_str(), &fid, 1), 0);
     sdf_lock_undo(file_.c_str());
     EXPECT_FALSE(exists(lock_));
     EXPECT_FALSE(exists(lock2_));
-    std::string theirs = lockText(self() + 1, 77, 0, "elsewhere", 3);
+
+    const std::string theirs = lockText(self() + 1, 77, 1, "elsewhere", 3);
     writeText(lock_, theirs);
+    s.lock_write = 1;
+    EXPECT_EQ(sdf_lock_downgrade(&s, file_.c_str()), 0);
     sdf_lock_undo(file_.c_str());
     EXPECT_EQ(readText(lock_), theirs);
 }
