@@ -51,6 +51,21 @@ inline std::string take(char* p) {
     return s;
 }
 
+// The text a getter (units, description) hands out for a variable, given
+// back at once; "<code N>" when the getter fails.
+inline std::string textOf(int (*get)(int, const char*, char**), int channel, const std::string& name) {
+    char* p = nullptr;
+    const int rc = get(channel, name.c_str(), &p);
+    return rc ? "<code " + std::to_string(rc) + ">" : take(p);
+}
+
+// The value of a character variable, as textOf; its length in *len.
+inline std::string cvalOf(int channel, const std::string& name, int* len = nullptr) {
+    char* p = nullptr;
+    const int rc = Sdf_Get_Cval(channel, name.c_str(), &p, len);
+    return rc ? "<code " + std::to_string(rc) + ">" : take(p);
+}
+
 // A list handed out by the library, as strings, given back at once.
 inline std::vector<std::string> takeList(char** list, int count) {
     std::vector<std::string> out;

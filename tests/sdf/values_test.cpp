@@ -18,7 +18,8 @@ using sdftest::makeArray;
 using sdftest::openFile;
 using sdftest::record;
 using sdftest::reported;
-using sdftest::take;
+using sdftest::cvalOf;
+using sdftest::textOf;
 
 class SdfValues : public sdftest::ChannelTest {};
 
@@ -69,19 +70,13 @@ TEST_F(SdfValues, ScalarsOfEveryTypeSurviveACloseInBothByteOrders) {
             EXPECT_EQ(array, 0);
             ASSERT_EQ(Sdf_Get_Elen(ch, s.name, &elen), 0);
             EXPECT_EQ(elen, static_cast<int>(s.bytes.size()));
-            char* text = nullptr;
-            ASSERT_EQ(Sdf_Get_Units(ch, s.name, &text), 0);
-            EXPECT_EQ(take(text), "m/s");
-            ASSERT_EQ(Sdf_Get_Desc(ch, s.name, &text), 0);
-            EXPECT_EQ(take(text), "a value");
+            EXPECT_EQ(textOf(Sdf_Get_Units, ch, s.name), "m/s");
+            EXPECT_EQ(textOf(Sdf_Get_Desc, ch, s.name), "a value");
         }
-        char* text = nullptr;
         int len = -1;
-        ASSERT_EQ(Sdf_Get_Cval(ch, "t", &text, &len), 0);
-        EXPECT_EQ(take(text), "some text");
+        EXPECT_EQ(cvalOf(ch, "t", &len), "some text");
         EXPECT_EQ(len, 9);
-        ASSERT_EQ(Sdf_Get_Units(ch, "t", &text), 0);
-        EXPECT_EQ(take(text), "") << "no units give an empty string, not null";
+        EXPECT_EQ(textOf(Sdf_Get_Units, ch, "t"), "") << "no units give an empty string, not null";
         EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
     }
 }
@@ -268,12 +263,8 @@ TEST_F(SdfValues, OverwriteOptionsDecideAndWarn) {
         int got = 0;
         ASSERT_EQ(Sdf_Get_Val(ch, name.c_str(), &got), 0);
         EXPECT_EQ(got, c.replaced ? now : old);
-        char* units = nullptr;
-        ASSERT_EQ(Sdf_Get_Units(ch, name.c_str(), &units), 0);
-        EXPECT_EQ(take(units), c.replaced ? "" : "kg");
-        char* text = nullptr;
-        ASSERT_EQ(Sdf_Get_Cval(ch, (name + "c").c_str(), &text, nullptr), 0);
-        EXPECT_EQ(take(text), c.replaced ? "new" : "old");
+        EXPECT_EQ(textOf(Sdf_Get_Units, ch, name), c.replaced ? "" : "kg");
+        EXPECT_EQ(cvalOf(ch, name + "c"), c.replaced ? "new" : "old");
         ASSERT_EQ(Sdf_Set_Opts_Chan(ch, "Overwrite=Yes,Overwrite_Warn=No"), 0);
     }
     // A replaced array becomes a scalar and gives its dimension slot back.
@@ -292,11 +283,8 @@ TEST_F(SdfValues, CharacterValuesUnitsAndDescriptions) {
     int ch = createFile(p);
     ASSERT_EQ(Sdf_Write_Char(ch, "s", "a rather longer value", "first"), 0);
     ASSERT_EQ(Sdf_Put_Cval(ch, "s", ""), 0);
-    char* text = nullptr;
     int len = -1, elen = -1;
-    ASSERT_EQ(Sdf_Get_Cval(ch, "s", &text, &len), 0);
-    ASSERT_NE(text, nullptr);
-    EXPECT_EQ(take(text), "");
+    EXPECT_EQ(cvalOf(ch, "s", &len), "") << "an empty string, not null";
     EXPECT_EQ(len, 0);
     ASSERT_EQ(Sdf_Get_Elen(ch, "s", &elen), 0);
     EXPECT_EQ(elen, 0);
@@ -323,15 +311,11 @@ TEST_F(SdfValues, CharacterValuesUnitsAndDescriptions) {
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 
     ch = openFile(p, "READ");
-    ASSERT_EQ(Sdf_Get_Cval(ch, "s", &text, &len), 0);
-    EXPECT_EQ(take(text), "xyz");
+    EXPECT_EQ(cvalOf(ch, "s", &len), "xyz");
     EXPECT_EQ(len, 3);
-    ASSERT_EQ(Sdf_Get_Units(ch, "s", &text), 0);
-    EXPECT_EQ(take(text), "kN");
-    ASSERT_EQ(Sdf_Get_Desc(ch, "s", &text), 0);
-    EXPECT_EQ(take(text), "");
-    ASSERT_EQ(Sdf_Get_Cval(ch, "e", &text, &len), 0);
-    EXPECT_EQ(take(text), "");
+    EXPECT_EQ(textOf(Sdf_Get_Units, ch, "s"), "kN");
+    EXPECT_EQ(textOf(Sdf_Get_Desc, ch, "s"), "");
+    EXPECT_EQ(cvalOf(ch, "e"), "");
     EXPECT_EQ(Sdf_Close(ch, "KEEP"), 0);
 }
 
@@ -448,9 +432,7 @@ TEST_F(SdfValues, FailedReplacementLeavesTheVariableAsItWas) {
         ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
         ch = openFile(p, "READ");
         EXPECT_TRUE(sdftest::sameRecord(record(ch, c.name), before)) << "after a reopen";
-        char* desc = nullptr;
-        ASSERT_EQ(Sdf_Get_Desc(ch, c.name, &desc), 0);
-        EXPECT_EQ(take(desc), c.name == std::string("x") ? "length" : "label");
+        EXPECT_EQ(textOf(Sdf_Get_Desc, ch, c.name), c.name == std::string("x") ? "length" : "label");
         ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
     }
     // Without the fault the same replacement goes through whole.
@@ -459,8 +441,6 @@ TEST_F(SdfValues, FailedReplacementLeavesTheVariableAsItWas) {
     int type = 0, is_array = 0;
     ASSERT_EQ(Sdf_Get_Type(ch, "x", &type, &is_array), 0);
     EXPECT_EQ(type, SDF_INT_T);
-    char* units = nullptr;
-    ASSERT_EQ(Sdf_Get_Units(ch, "x", &units), 0);
-    EXPECT_EQ(take(units), "kg");
+    EXPECT_EQ(textOf(Sdf_Get_Units, ch, "x"), "kg");
     ASSERT_EQ(Sdf_Close(ch, "KEEP"), 0);
 }
