@@ -87,7 +87,7 @@ std::vector<unsigned char> pattern(size_t n, unsigned seed) {
     return v;
 }
 
-TEST_F(SdfCacheTest, SizesFollowTheArguments) {
+TEST_F(SdfCacheTest, SizesFollowTheArgumentsAndInternalFilesGetNone) {
     open();
     struct Case {
         int buffers, bytes, max;
@@ -115,13 +115,10 @@ TEST_F(SdfCacheTest, SizesFollowTheArguments) {
     EXPECT_EQ(Sdf_Cache(ch_, 2000000000, 0, 0), 3025);
     EXPECT_EQ(cache(), nullptr);
     EXPECT_EQ(Sdf_Cache(ch_ + 50, 10, 0, 0), 3001);
-}
-
-TEST_F(SdfCacheTest, InternalFileGetsNoCache) {
-    int ch = -1;
-    ASSERT_EQ(Sdf_Open(&ch, "cache_scratch", "INTERNAL", "NEW", "WRITE"), 0);
-    EXPECT_EQ(Sdf_Cache(ch, 10, 0, 0), 0);
-    EXPECT_EQ(sdf_chan_get(ch)->file->cache, nullptr);
+    int in = -1;  // an internal file gets none
+    ASSERT_EQ(Sdf_Open(&in, "cache_scratch", "INTERNAL", "NEW", "WRITE"), 0);
+    EXPECT_EQ(Sdf_Cache(in, 10, 0, 0), 0);
+    EXPECT_EQ(sdf_chan_get(in)->file->cache, nullptr);
 }
 
 // A transfer of exactly max transfer bytes goes through the cache; one byte
