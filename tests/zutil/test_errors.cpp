@@ -74,10 +74,7 @@ TEST_F(ZuErrors, CountsNowAndEver)
     ZU_errCounts("*", 0, now, before);
     raiseThree();
     ZU_errCounts("*", 0, now, total);
-    EXPECT_EQ(now[0], 3);
-    EXPECT_EQ(now[1], 1);
-    EXPECT_EQ(now[2], 1);
-    EXPECT_EQ(now[3], 1);
+    EXPECT_EQ(std::vector<int>(now, now + 4), (std::vector<int>{3, 1, 1, 1}));
     EXPECT_EQ(total[0], before[0] + 3);
     ZU_errCounts("Sdf_Open", 3040, now, total);
     EXPECT_EQ(now[3], 1);
