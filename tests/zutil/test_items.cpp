@@ -24,84 +24,48 @@ private:
     ZU_Item *items_ = nullptr;
 };
 
-TEST(ZuItems, SplitsNamedValuesTextsAndBrackets)
+// Each item as "name|type|text|bracket".
+std::vector<std::string> shown(const Parsed &p)
 {
-    Parsed p("a=1, b='it''s', c=2.5 [mm], d");
-    ASSERT_EQ(p.count, 4);
-    EXPECT_STREQ(p[0].name, "a");
-    EXPECT_EQ(p[0].type, ZU_ITEM_INT);
-    EXPECT_EQ(p[0].ivalue, 1);
-    EXPECT_STREQ(p[1].name, "b");
-    EXPECT_EQ(p[1].type, ZU_ITEM_TEXT);
-    EXPECT_STREQ(p[1].text, "it's");
-    EXPECT_EQ(p[1].ivalue, 4);
-    EXPECT_STREQ(p[2].name, "c");
-    EXPECT_EQ(p[2].type, ZU_ITEM_REAL);
-    EXPECT_DOUBLE_EQ(p[2].dvalue, 2.5);
-    EXPECT_STREQ(p[2].bracket, "mm");
-    EXPECT_STREQ(p[3].name, "");
-    EXPECT_EQ(p[3].type, ZU_ITEM_TEXT);
-    EXPECT_STREQ(p[3].text, "d");
-    EXPECT_STREQ(p[3].bracket, "");
+    std::vector<std::string> out;
+    for (int i = 0; i < p.count; ++i)
+        out.push_back(std::string(p[i].name) + "|" + std::to_string(p[i].type) + "|" + p[i].text + "|" + p[i].bracket);
+    return out;
 }
 
-TEST(ZuItems, EqualsNamesTheValueWhereverTheBlanksAre)
+TEST(ZuItems, SplitsNamesValuesTextsBracketsAndComments)
 {
-    for (const char *text : {"a=1", "a = 1", "a =1", "a= 1"}) {
-        Parsed p(text);
-        ASSERT_EQ(p.count, 1) << text;
-        EXPECT_STREQ(p[0].name, "a") << text;
-        EXPECT_STREQ(p[0].text, "1") << text;
-    }
-    Parsed waiting("x = ");
-    ASSERT_EQ(waiting.count, 1);
-    EXPECT_STREQ(waiting[0].name, "x");
-    EXPECT_EQ(waiting[0].type, ZU_ITEM_EMPTY);
-}
-
-TEST(ZuItems, CommasMakeEmptyItems)
-{
-    Parsed p("1,,3");
-    ASSERT_EQ(p.count, 3);
-    EXPECT_EQ(p[1].type, ZU_ITEM_EMPTY);
-    EXPECT_EQ(p[2].ivalue, 3);
-    const std::pair<const char *, int> counts[] = {{",", 1}, {"1,", 2}, {"   \t", 0}, {"", 0}};
-    for (const auto &[text, count] : counts)
-        EXPECT_EQ(Parsed(text).count, count) << '"' << text << '"';
-}
-
-TEST(ZuItems, CommentsEndTheTextOutsideQuotesAndBrackets)
-{
-    Parsed p("x = 1 ; comment, y = 2");
-    ASSERT_EQ(p.count, 1);
-    Parsed q("x = 'a;b' [c!d], y=2");
-    ASSERT_EQ(q.count, 2);
-    EXPECT_STREQ(q[0].text, "a;b");
-    EXPECT_STREQ(q[0].bracket, "c!d");
-    Parsed r("x=1!rest");
-    EXPECT_EQ(r.count, 1);
+    const std::pair<const char *, std::vector<std::string>> cases[] = {
+        {"a=1, b='it''s', c=2.5 [mm], d", {"a|1|1|", "b|-1|it's|", "c|3|2.5|mm", "|-1|d|"}},
+        // "=" names the value wherever the blanks are.
+        {"a = 1", {"a|1|1|"}},
+        {"a =1", {"a|1|1|"}},
+        {"a= 1", {"a|1|1|"}},
+        {"x = ", {"x|0||"}},
+        // Commas make empty items.
+        {"1,,3", {"|1|1|", "|0||", "|1|3|"}},
+        {",", {"|0||"}},
+        {"1,", {"|1|1|", "|0||"}},
+        {"   \t", {}},
+        // Comments end the text outside quotes and brackets.
+        {"x = 1 ; comment, y = 2", {"x|1|1|"}},
+        {"x = 'a;b' [c!d], y=2", {"x|-1|a;b|c!d", "y|1|2|"}},
+        {"x=1!rest", {"x|1|1|"}},
+        // A bracket after a comma starts its own item.
+        {"5 [m], [s] [kg]", {"|1|5|m", "|0||s", "|0||kg"}},
+        {"len[mm]", {"|-1|len|mm"}},
+        {"'unclosed [x", {"|-1|unclosed [x|"}},
+    };
+    for (const auto &[text, items] : cases)
+        EXPECT_EQ(shown(Parsed(text)), items) << text;
+    Parsed p("b='it''s', c=2.5");
+    EXPECT_EQ(p[0].ivalue, 4);
+    EXPECT_DOUBLE_EQ(p[1].dvalue, 2.5);
+    EXPECT_EQ(Parsed("").count, 0);
     ZU_setCommentChars("#");
-    Parsed s("a;b # c");
+    Parsed other("a;b # c");
     ZU_setCommentChars(";!");
-    ASSERT_EQ(s.count, 1);
-    EXPECT_STREQ(s[0].text, "a;b");
-}
-
-TEST(ZuItems, BracketAfterCommaStartsItsOwnItem)
-{
-    Parsed p("5 [m], [s] [kg]");
-    ASSERT_EQ(p.count, 3);
-    EXPECT_STREQ(p[0].bracket, "m");
-    EXPECT_EQ(p[1].type, ZU_ITEM_EMPTY);
-    EXPECT_STREQ(p[1].bracket, "s");
-    EXPECT_STREQ(p[2].bracket, "kg");
-    Parsed q("len[mm]");
-    ASSERT_EQ(q.count, 1);
-    EXPECT_STREQ(q[0].text, "len");
-    EXPECT_STREQ(q[0].bracket, "mm");
-    Parsed open("'unclosed [x");
-    ASSERT_EQ(open.count, 1);
-    EXPECT_STREQ(open[0].text, "unclosed [x");
+    EXPECT_EQ(shown(other), std::vector<std::string>{"|-1|a;b|"});
 }
 
 TEST(ZuItems, TypesNumbersByRangeAndExponentLetter)

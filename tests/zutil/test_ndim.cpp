@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -89,21 +90,15 @@ TEST_F(Ndim, FullTableGivesGridValuesAndHandComputedCells)
     float axis[2];
     ASSERT_EQ(ZU_ndimGetCurrentGridPoint(h, idx, axis), 0);
     // The last grid point lies at fraction 1 of the interval below it.
-    EXPECT_EQ(idx[0], 1);
-    EXPECT_EQ(idx[1], 0);
-    EXPECT_EQ(axis[0], 1.0f);
-    EXPECT_EQ(axis[1], 10.0f);
+    EXPECT_EQ(std::vector<int>(idx, idx + 2), (std::vector<int>{1, 0}));
+    EXPECT_EQ(std::vector<float>(axis, axis + 2), (std::vector<float>{1, 10}));
 
     int dims = 0;
     float lo = -1, hi = -1, none = -1;
-    EXPECT_EQ(ZU_ndimGetDimensions(h, &dims), 0);
-    EXPECT_EQ(dims, 2);
-    EXPECT_EQ(ZU_ndimGetGridMin(h, 2, &lo), 0);
-    EXPECT_EQ(ZU_ndimGetGridMax(h, 1, &hi), 0);
-    EXPECT_EQ(ZU_ndimGetGridMax(h, 3, &none), 0);
-    EXPECT_EQ(lo, 10.0f);
-    EXPECT_EQ(hi, 2.0f);
-    EXPECT_EQ(none, 0.0f);
+    EXPECT_EQ(ZU_ndimGetDimensions(h, &dims) | ZU_ndimGetGridMin(h, 2, &lo) | ZU_ndimGetGridMax(h, 1, &hi) |
+                  ZU_ndimGetGridMax(h, 3, &none),
+              0);
+    EXPECT_EQ(std::make_tuple(dims, lo, hi, none), std::make_tuple(2, 10.0f, 2.0f, 0.0f));
     EXPECT_EQ(messages(), "");
 }
 
@@ -285,17 +280,14 @@ TEST_F(Ndim, SetValueReplacesOrInsertsInKeyOrder)
 TEST_F(Ndim, GridLinesGoBetweenAndOutsideAndKeepStoredPoints)
 {
     int h = table(kExample);
+    // Within tolerance, no such dimension, between, above, below.
+    const std::tuple<int, float, float, int> lines[] = {
+        {1, 1.00001f, 0.001f, 0}, {3, 5, 0, 0}, {1, 0.5f, 0.001f, 1}, {2, 30, 0.001f, 1}, {2, 0, 0.001f, 1}};
     int added = -1;
-    EXPECT_EQ(ZU_ndimAddGridPoint(h, 1, 1.00001f, 0.001f, &added), 0);
-    EXPECT_EQ(added, 0);  // within tolerance
-    EXPECT_EQ(ZU_ndimAddGridPoint(h, 3, 5, 0, &added), 0);
-    EXPECT_EQ(added, 0);  // no such dimension
-    EXPECT_EQ(ZU_ndimAddGridPoint(h, 1, 0.5f, 0.001f, &added), 0);
-    EXPECT_EQ(added, 1);
-    EXPECT_EQ(ZU_ndimAddGridPoint(h, 2, 30, 0.001f, &added), 0);
-    EXPECT_EQ(added, 1);
-    EXPECT_EQ(ZU_ndimAddGridPoint(h, 2, 0, 0.001f, &added), 0);
-    EXPECT_EQ(added, 1);
+    for (const auto &[dim, value, tolerance, want] : lines) {
+        EXPECT_EQ(ZU_ndimAddGridPoint(h, dim, value, tolerance, &added), 0);
+        EXPECT_EQ(added, want) << dim << " " << value;
+    }
     float hi, lo;
     ZU_ndimGetGridMax(h, 2, &hi);
     ZU_ndimGetGridMin(h, 2, &lo);

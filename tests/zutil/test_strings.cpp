@@ -93,13 +93,11 @@ TEST(ZuString, RecognisesIntegersAndReals)
 
 TEST(ZuString, ReadsRealsClampedToSinglePrecision)
 {
-    EXPECT_FLOAT_EQ(ZU_atofFloat("1.5d2"), 150.0f);
-    EXPECT_FLOAT_EQ(ZU_atofFloat("-2.5"), -2.5f);
-    EXPECT_EQ(ZU_atofFloat("1e39"), FLT_MAX);
-    EXPECT_EQ(ZU_atofFloat("-1D300"), -FLT_MAX);
-    EXPECT_EQ(ZU_atofFloat("1e-40"), FLT_MIN);
-    EXPECT_EQ(ZU_atofFloat("-1e-40"), -FLT_MIN);
-    EXPECT_EQ(ZU_atofFloat("0"), 0.0f);
+    const std::pair<const char *, float> cases[] = {{"1.5d2", 150.0f}, {"-2.5", -2.5f},     {"1e39", FLT_MAX},
+                                                    {"-1D300", -FLT_MAX}, {"1e-40", FLT_MIN}, {"-1e-40", -FLT_MIN},
+                                                    {"0", 0.0f}};
+    for (const auto &[text, value] : cases)
+        EXPECT_EQ(ZU_atofFloat(text), value) << text;
 }
 
 TEST(ZuString, ParsesLevelsRelativeOrAbsolute)
