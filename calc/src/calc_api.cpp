@@ -101,7 +101,7 @@ int write_results(CalcRun *run, CalcNode *root)
         if (it->kind == CALC_ASSIGN) continue;
         char name[64];
         snprintf(name, sizeof name, "_$%0*d", digits & 15, ++k);
-        int rc = calc_write(run, it, name);
+        int rc = calc_write(run, it, name, 1); /* the item is done with */
         if (rc >= 3000) return rc;
         if (rc > hi) hi = rc;
     }
@@ -188,7 +188,7 @@ int calc_user_call(CalcRun *run, CalcNode *fn, CalcNode *args, int nargs)
     for (CalcNode *a = args; a; a = a->next) {
         char name[64];
         snprintf(name, sizeof name, "_$ARG%0*d", digits & 15, ++k);
-        int rc = calc_write(run, a, name);
+        int rc = calc_write(run, a, name, 0);
         if (rc >= 3000) return rc;
     }
     int chan = ch;

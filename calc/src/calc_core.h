@@ -37,13 +37,38 @@ int calc_read_name(CalcRun *run, CalcNode *node);
 /* Reads the variable of full name `full` (no prefix applied) into node,
  * units included. */
 int calc_read_var(CalcRun *run, CalcNode *node, const char *full);
+/* A double array of the channel where it stays, for reading in place. */
+typedef struct CalcArrayAt {
+    const double *data; /* valid until the channel next changes */
+    int64_t dims[8];
+    int64_t count;
+    double scale, offset;           /* stored units into base units */
+    char units[ZU_UNIT_DIMS_SIZE];  /* base-unit dimension text */
+    int hasUnits;                   /* stored units given (units valid) */
+} CalcArrayAt;
+/* Fills *at when node is a right-side identifier without subscripts that
+ * names a double array of the channel with readable units; false, quietly,
+ * for anything else (the walk then reads it as usual). 1 when filled. */
+int calc_double_array_at(CalcRun *run, const CalcNode *node, CalcArrayAt *at);
+/* Elementwise arithmetic in one pass: evaluates op when its subtree
+ * qualifies (see calc_fused.cpp) and returns its code; CALC_NOT_FUSED when
+ * it doesn't, having changed nothing. */
+enum { CALC_NOT_FUSED = -1 };
+int calc_fused(CalcRun *run, CalcNode *op);
+/* Units of the result of binary op over a and b (null: none), as the
+ * operator combines them. 0, or a code reported (3105, 3107, 3108). */
+int calc_combine_units(CalcRun *run, CalcNode *op, CalcNode *a, CalcNode *b, const char **out, int *has);
+
 /* Assignment node: right side evaluated already. */
 int calc_assign(CalcRun *run, CalcNode *op);
 /* Table assignment {% ... %} = {% ... %}. */
 int calc_table_assign(CalcRun *run, CalcNode *op);
 /* Writes node's value as variable `name` (replacing one there), with its
- * units. 0 or 3150 reported. */
-int calc_write(CalcRun *run, CalcNode *node, const char *name);
+ * units. With handOver, an array block the node owns may become the
+ * variable's buffer instead of being copied: the node is then left without
+ * a value, so pass it only when nothing reads the node afterwards. 0 or
+ * 3150 reported. */
+int calc_write(CalcRun *run, CalcNode *node, const char *name, int handOver);
 /* Raises the elements of node by scale and offset (to at least `floor`
  * type): element * scale + offset. */
 int calc_scale(CalcRun *run, CalcNode *op, CalcNode *node, double scale, double offset, int floor);
@@ -70,6 +95,11 @@ int calc_cache_take(CalcRun *run, CalcNode *node, const char *full);
 void calc_cache_offer(CalcRun *run, CalcNode *node, const char *full);
 void calc_cache_forget(CalcRun *run);
 int calc_own(CalcRun *run, CalcNode *node);
+
+/* Bytes of an array block the run holds (0 for anything else), and the
+ * run's letting go of a block a variable has taken over. */
+size_t calc_block_bytes(CalcRun *run, const void *block);
+void calc_block_given(CalcRun *run, void *block);
 
 /* Frees every array block the run still holds. */
 void calc_run_free_blocks(CalcRun *run);

@@ -293,6 +293,7 @@ int calc_walk(CalcRun *run, CalcNode *n)
     }
     if (n->kind >= CALC_FN_FIRST) return walk_call(run, n);
     if (!n->left || !n->right) return calc_fail(run, n, 3102, 0);
+    if ((rc = calc_fused(run, n)) != CALC_NOT_FUSED) return rc;
     CalcNode *one = n->assoc < 0 ? n->right : n->left;
     CalcNode *two = n->assoc < 0 ? n->left : n->right;
     rc = calc_walk(run, one);

@@ -37,8 +37,9 @@ T wrap_mul(T a, T b)
     return (T)((U)a * (U)b);
 }
 
-/* Units of a product or quotient; null text means none. 0 or 3107. */
-int combine_units(CalcRun *run, CalcNode *op, CalcNode *a, CalcNode *b, const char **out, int *has)
+} // namespace
+
+int calc_combine_units(CalcRun *run, CalcNode *op, CalcNode *a, CalcNode *b, const char **out, int *has)
 {
     const char *ua = a->units, *ub = b->units;
     *out = nullptr;
@@ -85,6 +86,8 @@ int combine_units(CalcRun *run, CalcNode *op, CalcNode *a, CalcNode *b, const ch
     *has = calc_has_units(*out);
     return 0;
 }
+
+namespace {
 
 /* Arithmetic in a real or integer type T. */
 template <class T>
@@ -282,7 +285,7 @@ int calc_binary(CalcRun *run, CalcNode *op)
     if (b->type == SDF_CHAR_T) return calc_fail(run, op, 3103, 2);
     const char *units;
     int has;
-    int rc = combine_units(run, op, a, b, &units, &has);
+    int rc = calc_combine_units(run, op, a, b, &units, &has);
     if (rc) return rc;
     int ta = a->type == SDF_LOG_T ? SDF_INT_T : a->type;
     int tb = b->type == SDF_LOG_T ? SDF_INT_T : b->type;

@@ -14,7 +14,6 @@
 #include <new>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "calc_core.h"
 
@@ -29,7 +28,7 @@ struct CalcCached {
 };
 
 struct CalcBlocks {
-    std::unordered_set<void *> live;
+    std::unordered_map<void *, size_t> live; /* block: its bytes */
     std::unordered_map<std::string, int> uses; /* identifier occurrences */
     std::unordered_map<std::string, CalcCached> cache;
 };
@@ -142,15 +141,20 @@ void calc_release(CalcRun *run, CalcNode *n)
 static void *new_block(CalcRun *run, CalcNode *op, int type, int strLen, int64_t count)
 {
     size_t bytes;
-    if (type == SDF_CHAR_T)
+    if (type == SDF_CHAR_T) {
         bytes = (size_t)count * (sizeof(char *) + (size_t)strLen + 1);
-    else
-        bytes = (size_t)count * (size_t)calc_elem_size(type);
+    } else {
+        /* Whole chunks of the channel, so a result can become a variable's
+         * buffer as it is (calc_write). */
+        const size_t cs = run->f && run->f->file->hdr->chunk_size > 0 ? (size_t)run->f->file->hdr->chunk_size : 1;
+        bytes = ((size_t)count * (size_t)calc_elem_size(type) + cs - 1) / cs * cs;
+    }
+    if (!bytes) bytes = 8;
     blocks_of(run);
-    void *p = run->blocks ? ZU_allocMemNoZero(bytes ? bytes : 8, kTag) : nullptr;
+    void *p = run->blocks ? ZU_allocMemNoZero(bytes, kTag) : nullptr;
     if (p) {
         try {
-            run->blocks->live.insert(p);
+            run->blocks->live.emplace(p, bytes);
         } catch (...) {
             ZU_freeMem(p);
             p = nullptr;
@@ -483,6 +487,12 @@ int calc_scale(CalcRun *run, CalcNode *op, CalcNode *n, double scale, double off
         int rc = calc_retype(run, op, n, floor, 0);
         if (rc >= 3000) return rc;
     }
+    if (n->type == SDF_DBLE_T) {
+        /* The common case, without the per-element type switch. */
+        double *d = n->ddata;
+        for (int64_t i = 0; i < n->count; ++i) d[i] = d[i] * scale + offset;
+        return 0;
+    }
     const bool cx = n->type == SDF_CMPX_T || n->type == SDF_DCMPX_T;
     for (int64_t i = 0; i < n->count; ++i) {
         double re, im;
@@ -596,10 +606,19 @@ int calc_range(CalcRun *run, CalcNode *op, int arg, int64_t index, double *subst
     }
 }
 
+size_t calc_block_bytes(CalcRun *run, const void *block)
+{
+    if (!run->blocks) return 0;
+    auto it = run->blocks->live.find(const_cast<void *>(block));
+    return it == run->blocks->live.end() ? 0 : it->second;
+}
+
+void calc_block_given(CalcRun *run, void *block) { forget_block(run, block); }
+
 void calc_run_free_blocks(CalcRun *run)
 {
     if (!run->blocks) return;
-    for (void *p : run->blocks->live) ZU_freeMem(p);
+    for (auto &block : run->blocks->live) ZU_freeMem(block.first);
     delete run->blocks;
     run->blocks = nullptr;
 }

@@ -22,19 +22,23 @@ bool exists(CalcRun *run, const char *name)
     return sdf_find_var(run->f, name, &pos) != nullptr;
 }
 
-/* The full name a node's identifier stands for; *found when it exists.
- * lhs picks the Calc_Try_NoPrefix bit. 0 or 3005 (reported). */
-int resolve(CalcRun *run, CalcNode *n, bool lhs, std::string &full, bool *found)
+/* The full name `name` stands for through the prefix options; *found when
+ * it exists. lhs picks the Calc_Try_NoPrefix bit. False, quietly, when the
+ * name (as given or with the prefix) is not a valid name: *bad then holds
+ * the text to report. */
+bool resolve_quiet(CalcRun *run, const char *name, bool lhs, std::string &full, bool *found, std::string *bad)
 {
-    const char *name = n->name;
     *found = false;
     const int tryNo = sdf_opt_int(run->f, SDF_OPT_CALC_TRY_NOPREFIX);
     if (tryNo & (lhs ? 2 : 1)) {
-        if (!Sdf_Valid_Name(name)) return calc_fail_text(run, n, 3005, name);
+        if (!Sdf_Valid_Name(name)) {
+            if (bad) *bad = name;
+            return false;
+        }
         if (exists(run, name)) {
             full = name;
             *found = true;
-            return 0;
+            return true;
         }
     }
     const char *cp = sdf_opt_text(run->f, SDF_OPT_CALC_PREFIX);
@@ -42,8 +46,20 @@ int resolve(CalcRun *run, CalcNode *n, bool lhs, std::string &full, bool *found)
     full = name;
     if (p && *p && strncmp(name, p, strlen(p))) full = std::string(p) + name;
     if (full.size() > 513) full.resize(513);
-    if (!Sdf_Valid_Name(full.c_str())) return calc_fail_text(run, n, 3005, full.c_str());
+    if (!Sdf_Valid_Name(full.c_str())) {
+        if (bad) *bad = full;
+        return false;
+    }
     *found = exists(run, full.c_str());
+    return true;
+}
+
+/* resolve_quiet for a node's identifier, reporting an invalid name: 0 or
+ * 3005 (reported). */
+int resolve(CalcRun *run, CalcNode *n, bool lhs, std::string &full, bool *found)
+{
+    std::string bad;
+    if (!resolve_quiet(run, n->name, lhs, full, found, &bad)) return calc_fail_text(run, n, 3005, bad.c_str());
     return 0;
 }
 
@@ -212,6 +228,35 @@ int read_variable(CalcRun *run, CalcNode *n, const char *full, int nsubs)
 
 int calc_read_var(CalcRun *run, CalcNode *n, const char *full) { return read_variable(run, n, full, 0); }
 
+int calc_double_array_at(CalcRun *run, const CalcNode *n, CalcArrayAt *at)
+{
+    if (n->kind != CALC_OPERAND || n->type != 2 || n->left || n->right || !n->name) return false;
+    std::string full;
+    bool found = false;
+    if (!resolve_quiet(run, n->name, false, full, &found, nullptr) || !found) return false;
+    const int ch = run->channel;
+    int type = 0, isArr = 0;
+    if (Sdf_Get_Type(ch, full.c_str(), &type, &isArr) >= 3000 || type != SDF_DBLE_T || !isArr) return false;
+    if (Sdf_Get_Dims64(ch, full.c_str(), at->dims) >= 3000 || Sdf_Num_Elem64(at->dims) <= 0) return false;
+    void *p = nullptr;
+    if (Sdf_Where_Chan(ch, full.c_str(), &p) >= 3000 || !p) return false;
+    at->data = static_cast<const double *>(p);
+    at->count = Sdf_Num_Elem64(at->dims);
+    at->scale = 1;
+    at->offset = 0;
+    at->units[0] = 0;
+    at->hasUnits = 0;
+    char *text = nullptr;
+    Sdf_Get_Units(ch, full.c_str(), &text);
+    bool ok = true;
+    if (text && *text) {
+        ok = ZU_unitParse(text, at->units, &at->scale, &at->offset) == 0;
+        at->hasUnits = 1;
+    }
+    if (text) Sdf_Free(text);
+    return ok;
+}
+
 int calc_read_name(CalcRun *run, CalcNode *n)
 {
     int nsubs = 0, rc;
@@ -240,7 +285,7 @@ int calc_read_name(CalcRun *run, CalcNode *n)
             calc_set_scalar(n, SDF_INT_T);
             n->ivalue = 1;
             calc_set_units(run, n, nullptr);
-            return calc_write(run, n, full.c_str());
+            return calc_write(run, n, full.c_str(), 0);
         }
         if (!run->badVarIsChar) return calc_fail_text(run, n, 3010, full.c_str());
     }
@@ -254,13 +299,28 @@ int calc_read_name(CalcRun *run, CalcNode *n)
     return 0;
 }
 
-int calc_write(CalcRun *run, CalcNode *n, const char *name)
+int calc_write(CalcRun *run, CalcNode *n, const char *name, int handOver)
 {
     const int ch = run->channel;
     calc_cache_forget(run);
     if (exists(run, name) && Sdf_Delete(ch, name) >= 3000) return chain(run, n, 3000, "sdf_delete");
     const char *units = n->units && *n->units ? n->units : nullptr;
     int rc;
+    if (n->isArray && handOver && n->owned && n->type != SDF_CHAR_T) {
+        void *block = n->data;
+        rc = sdf_adopt_array(ch, name, n->type, n->dims, units, &block, calc_block_bytes(run, n->data));
+        if (rc >= 3000) return chain(run, n, rc, "sdf_define_array");
+        if (!block) {
+            /* The variable holds the elements now; the node lets go of them. */
+            calc_block_given(run, n->data);
+            n->owned = 0;
+            calc_set_scalar(n, n->type);
+            return 0;
+        }
+        int64_t start[8] = {0};
+        start[0] = n->dims[0];
+        return chain(run, n, Sdf_Write_Array64(ch, name, n->data, start, n->count), "sdf_write_array");
+    }
     if (n->isArray) {
         rc = Sdf_Define_Array64(ch, name, n->type, n->type == SDF_CHAR_T ? (n->strLen > 0 ? n->strLen : 1) : 0,
                                 n->dims, units, nullptr);
@@ -302,6 +362,14 @@ int into_units(CalcRun *run, CalcNode *op, CalcNode *v, const char *leftText, co
     if (ls == 1 && lo == 0) return 0;
     if (ls == 0) return calc_fail(run, op, 3107, 1);
     return calc_scale(run, op, v, 1 / ls, -lo / ls, SDF_REAL_T);
+}
+
+/* An assignment whose value nothing reads: an item of the text itself. */
+bool value_unused(const CalcNode *op)
+{
+    for (const CalcNode *p = op->parent; p; p = p->parent)
+        if (p->kind != CALC_COMMA) return false;
+    return true;
 }
 
 struct Lhs {
@@ -451,7 +519,7 @@ int calc_assign(CalcRun *run, CalcNode *op)
     const char *base = v->units;
     v->units = (char *)stored;
     if (!lhs.hasSubs && !keep) {
-        rc = calc_write(run, v, name);
+        rc = calc_write(run, v, name, value_unused(op));
     } else if (!lhs.hasSubs) {
         /* Existing variable kept: its type and shape stay. */
         if (!sarr) {

@@ -63,6 +63,15 @@ int write_slice(const char* R, int channel, const char* name, const void* data, 
 
 }  // namespace
 
+extern "C" int sdf_adopt_array(int channel, const char* name, int type, const int64_t* dims, const char* units,
+                               void** block, size_t size) {
+    static const char* R = "Sdf_Define_Array64";
+    Call c(channel, R, true);
+    if (c.rc) return c.rc;
+    int rc = sdf_define_array_adopt(c.f, name, type, dims, units, block, size);
+    return rc == 2010 || rc == 2011 ? rc : sdf_error_chain(R, rc, "sdf_define_array");
+}
+
 extern "C" {
 
 int Sdf_Define_Array(int ch, const char* name, int type, int clen, const int32_t* dims, const char* units,

@@ -4,7 +4,9 @@
 // refused define leaves the file as it was. A new array gets one block that
 // holds all of its elements, or no chain at all when an extent is 0; the
 // first write then makes one. On an internal file the block's buffer is
-// allocated with it and owned by the block table.
+// allocated with it and owned by the block table, or is a block the caller
+// hands over, already holding the elements (the calculator's results): the
+// buffer then never has to be filled by a copy.
 #include <string.h>
 
 #include "sdf_inner.h"
@@ -30,8 +32,15 @@ void store_dims(int32_t* p, const int64_t* dims) {
     }
 }
 
+// A caller's block for an internal file's buffer: its elements first.
+struct Adopt {
+    void** block;  // null: allocate
+    size_t size;   // bytes of *block
+    size_t filled; // bytes the elements take; the rest is cleared
+};
+
 // The dimension slot, the first block and, on an internal file, its buffer.
-int fill(fcb* f, ventry* row, const int64_t* dims, int64_t chunks, int swap) {
+int fill(fcb* f, ventry* row, const int64_t* dims, int64_t chunks, int swap, const Adopt& adopt) {
     sdfile* s = f->file;
     sdf_varrec* r = row->record;
     sdf_slotref ref{0, 0};
@@ -53,8 +62,15 @@ int fill(fcb* f, ventry* row, const int64_t* dims, int64_t chunks, int swap) {
     r->value.i[3] = static_cast<int32_t>(chunks);
     if (s->internal) {
         const size_t bytes = static_cast<size_t>(chunks) * static_cast<size_t>(s->hdr->chunk_size);
-        void* data = ZU_allocMem(bytes, "sdf_def_arr:data");
-        if (!data) return sdf_error(R, 3025, "sdf_def_arr:data");
+        void* data = nullptr;
+        if (adopt.block) {
+            data = *adopt.block;
+            *adopt.block = nullptr;
+            // A later grow takes the bytes behind the elements as zeros.
+            memset(static_cast<char*>(data) + adopt.filled, 0, bytes - adopt.filled);
+        } else if (!(data = ZU_allocMem(bytes, "sdf_def_arr:data"))) {
+            return sdf_error(R, 3025, "sdf_def_arr:data");
+        }
         s->blks->rows[b].data = data;
         s->blks->rows[b].flags |= SDF_BLK_OWNED;
     } else if (!at_end && sdf_opt_int(f, SDF_OPT_ZERO_ARRAYS) == 1) {
@@ -73,8 +89,8 @@ void undo(fcb* f, const char* full) {
 
 }  // namespace
 
-extern "C" int sdf_define_array(fcb* f, const char* name, int type, int clen, const int64_t* dims,
-                                const char* units, const char* desc) {
+static int define(fcb* f, const char* name, int type, int clen, const int64_t* dims, const char* units,
+                  const char* desc, Adopt adopt) {
     char full[514];
     sdf_apply_prefix(f, name, full);
     if (!Sdf_Valid_Name(full)) return sdf_error(R, 3005, full);
@@ -83,6 +99,13 @@ extern "C" int sdf_define_array(fcb* f, const char* name, int type, int clen, co
     const int64_t bytes = array_bytes(dims, elen);
     const int64_t cs = f->file->hdr->chunk_size;
     if (bytes < 0 || (bytes + cs - 1) / cs > INT32_MAX) return sdf_error(R, 3021, full);
+    if (adopt.block) {
+        const int64_t chunks = (bytes + cs - 1) / cs;
+        if (!f->file->internal || !*adopt.block || static_cast<uint64_t>(chunks * cs) > adopt.size)
+            adopt.block = nullptr;  // not usable: the define allocates as usual
+        else
+            adopt.filled = static_cast<size_t>(bytes);
+    }
 
     int warn = 0;
     ventry* row = sdf_value_row(f, R, name, &warn);
@@ -99,7 +122,7 @@ extern "C" int sdf_define_array(fcb* f, const char* name, int type, int clen, co
     }
     row->record->type = type + 100;
     row->record->elen = static_cast<int32_t>(elen);
-    rc = fill(f, row, dims, (bytes + cs - 1) / cs, sdf_swap_width(type));
+    rc = fill(f, row, dims, (bytes + cs - 1) / cs, sdf_swap_width(type), adopt);
     if (rc) {
         undo(f, full);
         return rc;
@@ -107,4 +130,15 @@ extern "C" int sdf_define_array(fcb* f, const char* name, int type, int clen, co
     sdf_touch(f->file, row->record, row->block, 1);
     rc = sdf_commit_if_always(f, R);
     return rc ? rc : warn;
+}
+
+extern "C" int sdf_define_array(fcb* f, const char* name, int type, int clen, const int64_t* dims,
+                                const char* units, const char* desc) {
+    return define(f, name, type, clen, dims, units, desc, Adopt{nullptr, 0, 0});
+}
+
+extern "C" int sdf_define_array_adopt(fcb* f, const char* name, int type, const int64_t* dims, const char* units,
+                                      void** block, size_t size) {
+    if (type == SDF_CHAR_T) return sdf_define_array(f, name, type, 1, dims, units, nullptr);
+    return define(f, name, type, 0, dims, units, nullptr, Adopt{block, size, 0});
 }

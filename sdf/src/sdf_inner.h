@@ -874,6 +874,18 @@ int sdf_array_put_dims(fcb *f, const ventry *row, const int64_t dims[8]);
  * 2010/2011 as sdf_value_row gives them; 3000 passed up. */
 int sdf_define_array(fcb *f, const char *name, int type, int clen, const int64_t *dims,
                      const char *units, const char *desc);
+/* sdf_define_array of a non-character array on an internal file that takes
+ * the caller's block, from ZU_allocMem*, as the array's buffer instead of
+ * allocating one: the elements stand at its start, and it holds `size`
+ * bytes. When the block is taken, *block is set to null and the array owns
+ * it; otherwise (another file, a block smaller than the array's chunks, a
+ * refused define) it stays the caller's and the define, if any, allocates as
+ * usual, so the caller must check *block to know which happened. */
+int sdf_define_array_adopt(fcb *f, const char *name, int type, const int64_t *dims, const char *units,
+                           void **block, size_t size);
+/* The same on a channel, under its lock, reported as Sdf_Define_Array64. */
+int sdf_adopt_array(int channel, const char *name, int type, const int64_t *dims, const char *units,
+                    void **block, size_t size);
 /* Whether a start array says anything (rank above 0) and whether it fits an
  * array of dims: 0, 3022 (wrong rank) or 3023 (rank above 7, an index below
  * 0), reported from routine with `what` ("start", "begin", ...). */

@@ -129,6 +129,13 @@ private:
     std::set<std::string> boundParameters_;
     std::map<std::string, std::string> boundResponses_;  // name -> where first
     std::vector<Place> inputPlaces_;
+    // Free input tags by file and row: Col's number and text, and the place.
+    struct Token {
+        int col;
+        std::string text, where;
+    };
+    std::map<std::pair<std::string, int>, std::vector<Token>> freeTokens_;
+    void checkTokenOrder(const std::string& file, int row, Token t);
     std::map<std::string, std::vector<std::string>> lines_;
     std::map<std::string, std::unique_ptr<pugi::xml_document>> docs_;
     std::map<std::string, std::set<std::string>> listings_;
@@ -324,7 +331,28 @@ void Checker::checkMark(const SurveyedTagFile& f, const TagData& tag, const std:
         place.start = start;
         place.end = std::min(end, length);
     }
+    if (f.input && mode == "free") checkTokenOrder(file, row, {col, colText, where});
     if (f.input) addPlace(inputPlaces_, std::move(place));
+}
+
+// The tags of one row are applied in the text order of their Col, highest
+// first, so that each finds its token in the unchanged row. Where text and
+// number orders differ ("9" above "10") a lower token is written first, and
+// a value holding a delimiter would move the higher one.
+void Checker::checkTokenOrder(const std::string& file, int row, Token t) {
+    std::vector<Token>& seen = freeTokens_[{file, row}];
+    for (const Token& o : seen) {
+        if ((t.col < o.col) == (t.text < o.text) || t.col == o.col) continue;
+        const Token& lo = t.col < o.col ? t : o;
+        const Token& hi = t.col < o.col ? o : t;
+        warn(t.where, "tokens " + std::to_string(lo.col) + " and " + std::to_string(hi.col) + " of row " +
+                          std::to_string(row) + " are written " + std::to_string(lo.col) +
+                          " first (tags of a row go in the text order of Col; the other is at " +
+                          (&lo == &t ? hi.where : lo.where) + "): a value holding a delimiter moves token " +
+                          std::to_string(hi.col));
+        break;
+    }
+    seen.push_back(std::move(t));
 }
 
 void Checker::checkXml(const SurveyedTagFile& f, const TagData& tag, const std::string& where) {

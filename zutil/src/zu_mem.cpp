@@ -7,6 +7,12 @@
  * whatever is left, and the running total counts size + 32 per block.
  * malloc and realloc run outside the allocator's lock; the list, the total
  * and the peak change only under it.
+ *
+ * A large block is advised to use huge pages: filling a fresh block of many
+ * megabytes costs mostly one page fault per 4 KiB page, and a 2 MiB page
+ * takes one fault for 512 of them. The advice covers only the 2 MiB-aligned
+ * inside of the caller's area, changes no content, and a kernel that
+ * declines it costs nothing.
  */
 #include "zu_internal.h"
 
@@ -15,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
@@ -38,6 +45,19 @@ bool g_atexitDone = false;
 ZU_LockRec g_lock;
 std::mutex g_initMutex; /* guards set-up only, whatever Thread_Safe says */
 std::atomic<void (*)(void)> g_failHook{nullptr};
+
+constexpr size_t kHugePage = size_t{2} << 20;
+constexpr size_t kHugeFrom = size_t{8} << 20;
+
+void adviseHugePages(void *area, size_t size)
+{
+    if (size < kHugeFrom)
+        return;
+    const uintptr_t from = (reinterpret_cast<uintptr_t>(area) + kHugePage - 1) & ~(kHugePage - 1);
+    const uintptr_t to = (reinterpret_cast<uintptr_t>(area) + size) & ~(kHugePage - 1);
+    if (to > from)
+        (void)madvise(reinterpret_cast<void *>(from), to - from, MADV_HUGEPAGE);
+}
 
 BlockHeader *headerOf(void *ptr)
 {
@@ -100,6 +120,7 @@ void *allocate(size_t size, const char *tag, bool zero, const char *routine)
     if (!h)
         return failure(routine, tag ? tag : "", size + kHeader);
     track(h, size, static_cast<double>(size) + kHeader);
+    adviseHugePages(h->data, size);
     if (!zero && g_trashNoZero)
         memset(h->data, kTrash, size);
     return h->data;
@@ -128,6 +149,8 @@ void *reallocate(void *ptr, size_t size, bool zero, const char *routine)
     double growth = static_cast<double>(size) - static_cast<double>(oldSize) + (old ? 0 : kHeader);
     track(h, size, growth);
     char *data = static_cast<char *>(h->data);
+    if (size > oldSize)
+        adviseHugePages(data, size);
     if (size > oldSize) {
         if (zero)
             memset(data + oldSize, 0, size - oldSize);

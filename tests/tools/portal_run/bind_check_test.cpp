@@ -137,6 +137,12 @@ TEST_F(Bindings, WarningsAreShownAndOutputTagsResolveInASample) {
     EXPECT_TRUE(has("M_out_s_results.txt:11: error: row 2 is past the end of the sample output"))
         << output;
     EXPECT_EQ(run("--dry-run" + sample + study()), 3) << output;
+
+    // Token 9 is written before token 10: the text "9" is the higher one.
+    dir.write("deck.inp", "length 0 c d e f g h 0 0\nwidth    0.0\n");
+    dir.write("M_in_s_deck.inp", markFile("free, 1,\\s, 10, Real, length, %g\nfree, 1,\\s, 9, Real, width, %g\n"));
+    EXPECT_EQ(run("check " + study()), 0) << output;
+    EXPECT_TRUE(has("M_in_s_deck.inp:12: warning: tokens 9 and 10 of row 1 are written 9 first")) << output;
 }
 
 TEST_F(Bindings, BindWritesTagsReadOffInspectAndTheStudyRunsOnThem) {
