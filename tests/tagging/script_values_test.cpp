@@ -195,6 +195,8 @@ TEST_F(ScriptGet, FailuresReportTheResponseAndKeepTheOthers) {
         {"1\n", "GET_COLUMN_FREE(0, EOC, \\s)",
          {message("ERROR", ".err.getColumnFreeSmallPos", {"0"})}},
         {"1\n", "GET_COLUMN_FIXED(1, 2)", {message("ERROR", ".err.getColumnFixedNumOptions", {"2"})}},
+        {"1\n", "GET_COLUMN_FIXED(1, 2, 3, x, y)",
+         {message("ERROR", ".err.getColumnFixedNumOptions", {"5"})}},
         {"1\n", "GET_COLUMN_FIXED(3, 2, EOC)",
          {message("ERROR", ".err.getColumnFixedSmallEndCol", {"2", "3"})}},
         {"1\n", "GET_COLUMN_FIXED(1, 2, 0)",
