@@ -63,6 +63,15 @@ bool ScriptTagging::argumentsOf(const String& statement, int lineNumber, std::si
     return false;
 }
 
+bool ScriptTagging::delimitersOf(const String& arg, const String& statement, int lineNumber,
+                                 String& set, String& errors) {
+    String reason;
+    if (parseDelimiters(arg, set, reason)) return true;
+    failLine(errors, lineNumber, statement, String(), {});
+    addLine(errors, reason);
+    return false;
+}
+
 bool ScriptTagging::executeLines(Reader& reader, ScriptContext& state, String& errors) {
     // In table order: a keyword is recognised as the start of the line, so
     // "END_LOOP" must come before "END".
@@ -355,12 +364,8 @@ bool ScriptTagging::gotoString(Reader& reader, ScriptContext& state, const Strin
     StringList args;
     if (!argumentsOf(statement, lineNumber, 2, 2, ".err.gotoStringNumOptions", args, errors))
         return false;
-    String text, reason;
-    if (!parseDelimiters(args[0], text, reason)) {
-        failLine(errors, lineNumber, statement, String(), {});
-        addLine(errors, reason);
-        return false;
-    }
+    String text;
+    if (!delimitersOf(args[0], statement, lineNumber, text, errors)) return false;
     const int instance = roundedArgument(args[1]);
     if (instance == 0) {
         failLine(errors, lineNumber, statement, ".err.gotoStringInstanceZero", {});

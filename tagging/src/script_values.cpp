@@ -59,12 +59,7 @@ bool ScriptTagging::setToken(bool fixed, Reader& reader, ScriptContext& state,
                      {trimmed(args[0])});
             return false;
         }
-        String reason;
-        if (!parseDelimiters(args[1], delimSet, reason)) {
-            failLine(errors, lineNumber, statement, String(), {});
-            addLine(errors, reason);
-            return false;
-        }
+        if (!delimitersOf(args[1], statement, lineNumber, delimSet, errors)) return false;
     } else {
         if (first < 1) {
             failLine(errors, lineNumber, statement, ".err.setValueFixedSmallStartPos",
@@ -256,12 +251,8 @@ bool ScriptTagging::getToken(bool fixed, Reader& reader, ScriptContext& state,
                      {trimmed(args[0])});
             return false;
         }
-        String delimSet, reason;
-        if (!parseDelimiters(args[1], delimSet, reason)) {
-            failLine(errors, lineNumber, statement, String(), {});
-            addLine(errors, reason);
-            return false;
-        }
+        String delimSet;
+        if (!delimitersOf(args[1], statement, lineNumber, delimSet, errors)) return false;
         ok = extractDelimToken(first, line, row + 1, String(), delimSet, value, local);
     }
     ColumnRun single;
@@ -348,12 +339,7 @@ bool ScriptTagging::getColumn(bool fixed, Reader& reader, ScriptContext& state,
                      {trimmed(args[0])});
             return false;
         }
-        String reason;
-        if (!parseDelimiters(args[2], delimSet, reason)) {
-            failLine(errors, lineNumber, statement, String(), {});
-            addLine(errors, reason);
-            return false;
-        }
+        if (!delimitersOf(args[2], statement, lineNumber, delimSet, errors)) return false;
     }
     const String kind = fixed ? "FIXED" : "FREE";
     const String linesArg = trimmed(args[fixed ? 2 : 1]);

@@ -329,6 +329,10 @@ private:
     // otherwise the line fails with `countKey`, which is given the count.
     bool argumentsOf(const String& statement, int lineNumber, std::size_t least,
                      std::size_t most, const char* countKey, StringList& args, String& errors);
+    // The characters a delimiter (or search text) argument spells; otherwise
+    // the line fails with the reason.
+    bool delimitersOf(const String& arg, const String& statement, int lineNumber, String& set,
+                      String& errors);
     bool runLoop(Support::FileBufferedReader& reader, ScriptContext& state, const String& first,
                  const StringList& lines, std::size_t& index, int& lineNumber, String& errors);
     bool searchText(Support::FileBufferedReader& reader, const ScriptContext& state,
