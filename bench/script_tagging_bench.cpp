@@ -18,7 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <optional>
 #include <string>
 
 #include "tagging_bench_util.h"
@@ -125,10 +124,8 @@ int run(int argc, char** argv) {
             BenchHost host(context);
             String errors;
             bool ok = false;
-            std::optional<ScriptTagging> module;  // dies after the clock stops
-            const double elapsed = secondsOf([&] {
-                module.emplace(&host);
-                ok = module->tagOutputs(data, nullptr, errors);
+            const double elapsed = timeFreshModule<ScriptTagging>(host, [&](ScriptTagging& m) {
+                ok = m.tagOutputs(data, nullptr, errors);
             });
             if (!ok) fail("the script failed:\n" + errors);
             good = good && checkValues(context);

@@ -81,6 +81,17 @@ std::filesystem::path writeInputTagFile(Portals::IPortalHost& host, const String
     return folder / written->second;
 }
 
+// Seconds that building a fresh Module on the host and `call` on it take;
+// the module is destroyed after the clock stops.
+template <class Module, class Call>
+double timeFreshModule(Portals::IPortalHost& host, Call&& call) {
+    std::optional<Module> module;
+    return secondsOf([&] {
+        module.emplace(&host);
+        call(*module);
+    });
+}
+
 // Seconds one input tagging takes on `input`, restored from `pristine`
 // (untimed) first, through a fresh Module.
 template <class Module>
@@ -92,11 +103,8 @@ double timeInputTagging(Portals::IPortalHost& host, const std::filesystem::path&
                                {"inputTagFilepaths", tagFile.string()}};
     String errors;
     bool ok = false;
-    std::optional<Module> module;  // dies after the clock stops
-    const double elapsed = secondsOf([&] {
-        module.emplace(&host);
-        ok = module->tagInputs(data, nullptr, errors);
-    });
+    const double elapsed = timeFreshModule<Module>(
+        host, [&](Module& module) { ok = module.tagInputs(data, nullptr, errors); });
     if (!ok || Module::hasError(errors)) fail("tagging failed:\n" + errors.substr(0, 2000));
     return elapsed;
 }
