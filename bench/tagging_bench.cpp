@@ -15,46 +15,27 @@
 // 2 when the rewritten deck doesn't hold the values it should.
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <list>
 #include <map>
-#include <memory>
 #include <string>
 #include <system_error>
-#include <unistd.h>
 #include <vector>
 
-#include "zeltra/tagging.h"
-
-#include "bench_util.h"
-
-using zeltra_bench::ScratchFolder;
-using zeltra_bench::seconds;
-using zeltra_bench::timeLineCopy;
+#include "tagging_bench_util.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using MOSAQ::IExtension;
-using MOSAQ::IProperties;
-using MOSAQ::String;
-using MOSAQ::StringList;
-using MOSAQ::StringStringMap;
-using MOSAQ::Portals::IPortalContext;
-using MOSAQ::Portals::IPortalHost;
 using MOSAQ::Portals::MarkTagging;
-using MOSAQ::Portals::PropertyItem;
-using MOSAQ::Portals::ResponseValues;
 using MOSAQ::Portals::TagData;
+using namespace zeltra_bench;
 
 constexpr int kTagCount = 10000;
-constexpr int kRuns = 3;
 // Every fixed-format card has 8-column fields; the design values are 8
 // characters long so a fixed tag fills its field exactly, without the
 // fitting warning that a deck built for the study wouldn't trigger either.
@@ -70,17 +51,12 @@ String designValue(int index) {
 
 // The study context: answers every design value from a table built up front,
 // so the host's share of the measured time is a lookup.
-class BenchContext : public IPortalContext {
+class DeckContext : public BenchContext {
 public:
-    explicit BenchContext(int count) {
+    explicit DeckContext(int count) : BenchContext("TaggingBench") {
         values_.reserve(static_cast<std::size_t>(count));
         for (int i = 0; i < count; ++i) values_.push_back(designValue(i));
     }
-    String getType() override { return "Portal"; }
-    String getName() override { return "TaggingBench"; }
-    IProperties& getProperties() override { return properties_; }
-    void* getInterface(int) override { return nullptr; }
-
     String getDesignValue(const String&, const String& paramName, const String&, const String&,
                           String& errors) override {
         std::size_t index = 0;
@@ -93,28 +69,9 @@ public:
         }
         return values_[index];
     }
-    void getAnalysisProperties(const String&, const String&, StringStringMap&) override {}
-    void reportResponse(const String&, const StringStringMap&, const ResponseValues&) override {}
 
 private:
-    IProperties properties_;
     StringList values_;
-};
-
-class BenchHost : public IPortalHost {
-public:
-    explicit BenchHost(BenchContext& context) : context_(context) {}
-    void logMessage(const String&, const String&, int, int) override {}
-    void reportProgress(int, int, const String&, int) override {}
-    void resolveFolder(const String&, StringList&, String&, const StringStringMap&) override {}
-    String getInstallFolder() override { return {}; }
-    String getSetting(const String&, const String& defaultValue) override { return defaultValue; }
-    IExtension* findExtension(const String& type) override {
-        return type == "Portal" ? &context_ : nullptr;
-    }
-
-private:
-    BenchContext& context_;
 };
 
 // A small, fast generator: the deck only has to look varied, not be random.
@@ -142,48 +99,29 @@ constexpr const char* kFixedCards[] = {"GRID", "CQUAD4", "CBEAM", "MOMENT"};
 // Free cards: "  CQUAD4  104233  0.4121 12.507 -3.886  2  0.0412 7.2155" and
 // the like, blank-separated, tokens 3..5 numbers. Fixed cards: nine 8-column
 // fields, fields 4..6 numbers.
-void appendLine(String& out, long row, Rng& rng) {
-    char text[160];
-    int n = 0;
+void appendLine(TextWriter& out, long row, Rng& rng) {
     if (fixedRow(row)) {
-        n = std::snprintf(text, sizeof text, "%-8s%8u%8u%8.4f%8.3f%8.3f%8u%8.2f%8u\n",
-                          kFixedCards[rng.next() % 4], rng.next() % 900000 + 100000,
-                          rng.next() % 9000 + 1, rng.unit(), 100.0 * rng.unit() - 50.0,
-                          100.0 * rng.unit() - 50.0, rng.next() % 7, 10.0 * rng.unit(),
-                          rng.next() % 100);
+        out.appendf("%-8s%8u%8u%8.4f%8.3f%8.3f%8u%8.2f%8u\n", kFixedCards[rng.next() % 4],
+                    rng.next() % 900000 + 100000, rng.next() % 9000 + 1, rng.unit(),
+                    100.0 * rng.unit() - 50.0, 100.0 * rng.unit() - 50.0, rng.next() % 7,
+                    10.0 * rng.unit(), rng.next() % 100);
     } else if (row % 97 == 1) {
-        n = std::snprintf(text, sizeof text, "$ ---- load set %u, subcase %u, block %ld ----\n",
-                          rng.next() % 100, rng.next() % 20, row / 97);
+        out.appendf("$ ---- load set %u, subcase %u, block %ld ----\n", rng.next() % 100,
+                    rng.next() % 20, row / 97);
     } else {
-        n = std::snprintf(text, sizeof text, "  %s  %u  %.4f %.3f %.3f  %u  %.4f %.4f\n",
-                          kFreeCards[rng.next() % 6], rng.next() % 900000 + 100000, rng.unit(),
-                          100.0 * rng.unit() - 50.0, 100.0 * rng.unit() - 50.0,
-                          rng.next() % 7, rng.unit(), 10.0 * rng.unit());
+        out.appendf("  %s  %u  %.4f %.3f %.3f  %u  %.4f %.4f\n", kFreeCards[rng.next() % 6],
+                    rng.next() % 900000 + 100000, rng.unit(), 100.0 * rng.unit() - 50.0,
+                    100.0 * rng.unit() - 50.0, rng.next() % 7, rng.unit(), 10.0 * rng.unit());
     }
-    out.append(text, static_cast<std::size_t>(n));
 }
 
 // Writes a deck of about `bytes` bytes; answers its number of lines.
 long writeDeck(const fs::path& path, std::uint64_t bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    TextWriter out(path);
     Rng rng;
-    String chunk;
-    chunk.reserve(1 << 20);
-    std::uint64_t written = 0;
     long row = 0;
-    while (written < bytes) {
-        appendLine(chunk, ++row, rng);
-        if (chunk.size() >= (1u << 20) - 200 || written + chunk.size() >= bytes) {
-            out.write(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-            written += chunk.size();
-            chunk.clear();
-        }
-    }
-    out.close();
-    if (!out) {
-        std::cerr << "cannot write " << path << "\n";
-        std::exit(1);
-    }
+    while (out.size() < bytes) appendLine(out, ++row, rng);
+    out.finish();
     return row;
 }
 
@@ -214,11 +152,8 @@ std::vector<PlannedTag> planTags(long lines) {
     return plan;
 }
 
-// The tag file, written by the module's own writer, as the framework would.
-bool writeTagFile(MarkTagging& module, const fs::path& deck, const fs::path& folder,
-                  const std::vector<PlannedTag>& plan, fs::path& tagFile) {
+std::list<TagData> tagsOf(const String& fileName, const std::vector<PlannedTag>& plan) {
     std::list<TagData> tags;
-    const String fileName = deck.string();
     for (const PlannedTag& p : plan) {
         TagData tag;
         tag.paramName = "p" + std::to_string(p.index);
@@ -232,32 +167,7 @@ bool writeTagFile(MarkTagging& module, const fs::path& deck, const fs::path& fol
                           {"format", "%g", ""}};
         tags.push_back(std::move(tag));
     }
-    const StringStringMap data{{"analysisName", "bench"},
-                               {"destDir", folder.string()},
-                               {"version", "1"}};
-    StringStringMap outputs;
-    String errors;
-    if (!module.writeInputTagging(fileName, tags, data, outputs, errors)) {
-        std::cerr << "cannot write the tag file:\n" << errors;
-        return false;
-    }
-    tagFile = folder / outputs[fileName + "_intagfile"];
-    return true;
-}
-
-// One tagging run on a freshly restored deck, through a module of its own so
-// the tag file is read each time too. False when the module reported an error.
-bool timeTagging(IPortalHost& host, const fs::path& pristine, const fs::path& deck,
-                 const fs::path& tagFile, double& elapsed, String& errors) {
-    fs::copy_file(pristine, deck, fs::copy_options::overwrite_existing);
-    const StringStringMap data{{"inputFilepaths", deck.string()},
-                               {"inputTagFilepaths", tagFile.string()}};
-    errors.clear();
-    const auto begin = std::chrono::steady_clock::now();
-    MarkTagging module(&host);
-    const bool ok = module.tagInputs(data, nullptr, errors);
-    elapsed = seconds(std::chrono::steady_clock::now() - begin);
-    return ok && !MarkTagging::hasError(errors);
+    return tags;
 }
 
 // Reads the rewritten deck once and checks every 500th tag (and the last):
@@ -305,22 +215,9 @@ bool checkTagged(const fs::path& deck, long lines, const std::vector<PlannedTag>
     return good;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    double megabytes = 100;
-    if (argc > 1) {
-        char* end = nullptr;
-        megabytes = std::strtod(argv[1], &end);
-        if (end == argv[1] || *end || !(megabytes > 0)) {
-            std::cerr << "usage: " << argv[0] << " [size in MB, default 100]\n";
-            return 1;
-        }
-    }
-
-    ScratchFolder scratch{fs::temp_directory_path() /
-                          ("zeltra_tagging_bench_" + std::to_string(::getpid()))};
-    fs::create_directories(scratch.path);
+int run(int argc, char** argv) {
+    const double megabytes = sizeArgument(argc, argv, "size in MB", 100);
+    const ScratchFolder scratch = makeScratch("zeltra_tagging_bench");
     const fs::path deck = scratch.path / "deck.dat";
     const fs::path pristine = scratch.path / "deck.pristine";
     const fs::path copy = scratch.path / "deck.copy";
@@ -329,36 +226,23 @@ int main(int argc, char** argv) {
     const double bytes = static_cast<double>(fs::file_size(pristine));
     const std::vector<PlannedTag> plan = planTags(lines);
 
-    BenchContext context(kTagCount);
+    DeckContext context(kTagCount);
     BenchHost host(context);
-    fs::path tagFile;
-    {
-        MarkTagging writer(&host);
-        if (!writeTagFile(writer, deck, scratch.path, plan, tagFile)) return 1;
-    }
+    const fs::path tagFile = writeInputTagFile<MarkTagging>(
+        host, deck.string(), tagsOf(deck.string(), plan), scratch.path);
     std::printf("deck: %.1f MB, %ld lines, %zu tags\n", bytes / 1e6, lines, plan.size());
 
-    double bestCopy = 1e300, bestTagging = 1e300;
-    String errors;
-    for (int run = 0; run < kRuns; ++run) {
-        bestCopy = std::min(bestCopy, timeLineCopy(pristine, copy));
-        double elapsed = 0;
-        if (!timeTagging(host, pristine, deck, tagFile, elapsed, errors)) {
-            std::cerr << "tagging failed:\n" << errors;
-            return 1;
-        }
-        bestTagging = std::min(bestTagging, elapsed);
-    }
-
+    const BestTimes best = bestOf(
+        [&] { return timeLineCopy(pristine, copy); },
+        [&] { return timeInputTagging<MarkTagging>(host, pristine, deck, tagFile); });
     const bool good = checkTagged(deck, lines, plan);
-
-    const double taggingRate = bytes / 1e6 / bestTagging;
-    const double copyRate = bytes / 1e6 / bestCopy;
-    std::printf("tagging: %.1f MB/s  copy: %.1f MB/s  ratio: %.2f (target >= 0.5)\n", taggingRate,
-                copyRate, taggingRate / copyRate);
-    if (!good) {
-        std::cerr << "the tagged deck doesn't hold the expected values\n";
-        return 2;
-    }
+    printRates("tagging", bytes, best, 0.5);
+    if (!good) fail("the tagged deck doesn't hold the expected values", 2);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return guardedMain([&] { return run(argc, argv); });
 }

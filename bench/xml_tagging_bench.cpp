@@ -16,41 +16,22 @@
 // Exit status: 0 when the tagging ran clean, 1 when it reported an error,
 // 2 when the tagged document doesn't hold the values it should.
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <list>
 #include <string>
-#include <system_error>
-#include <unistd.h>
 #include <vector>
 
-#include "zeltra/tagging.h"
-
-#include "bench_util.h"
-
-using zeltra_bench::ScratchFolder;
-using zeltra_bench::seconds;
+#include "tagging_bench_util.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using MOSAQ::IExtension;
-using MOSAQ::IProperties;
-using MOSAQ::String;
-using MOSAQ::StringList;
-using MOSAQ::StringStringMap;
-using MOSAQ::Portals::IPortalContext;
-using MOSAQ::Portals::IPortalHost;
-using MOSAQ::Portals::ResponseValues;
 using MOSAQ::Portals::TagData;
 using MOSAQ::Portals::XmlTagging;
+using namespace zeltra_bench;
 
 constexpr int kTagCount = 10000;
-constexpr int kRuns = 3;
 
 // Parameter p<i> has the value "v<i>", so the check can tell tags apart.
 // (Appended, not "v" + text: g++ 12 at -O3 warns falsely on that form.)
@@ -63,58 +44,30 @@ String paramName(std::size_t k) {
     return p.append(std::to_string(k));
 }
 
-class BenchContext : public IPortalContext {
+class ModelContext : public BenchContext {
 public:
-    String getType() override { return "Portal"; }
-    String getName() override { return "XmlTaggingBench"; }
-    IProperties& getProperties() override { return properties_; }
-    void* getInterface(int) override { return nullptr; }
+    ModelContext() : BenchContext("XmlTaggingBench") {}
     String getDesignValue(const String&, const String& paramName, const String&, const String&,
                           String&) override {
         return designValue(paramName);
     }
-    void getAnalysisProperties(const String&, const String&, StringStringMap&) override {}
-    void reportResponse(const String&, const StringStringMap&, const ResponseValues&) override {}
-
-private:
-    IProperties properties_;
-};
-
-class BenchHost : public IPortalHost {
-public:
-    BenchContext context;
-    void logMessage(const String&, const String&, int, int) override {}
-    void reportProgress(int, int, const String&, int) override {}
-    void resolveFolder(const String&, StringList&, String&, const StringStringMap&) override {}
-    String getInstallFolder() override { return {}; }
-    String getSetting(const String&, const String& defaultValue) override { return defaultValue; }
-    IExtension* findExtension(const String& type) override {
-        return type == "Portal" ? &context : nullptr;
-    }
 };
 
 void writeModel(const fs::path& path, int count) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<model name=\"bench\">\n  <items>\n";
-    char line[640];
-    for (int i = 0; i < count; ++i) {
-        std::snprintf(line, sizeof line,
-                      "    <item id=\"i%d\" group=\"g%d\" load=\"%d.25\" scale=\"1.0\">\n"
-                      "      <value unit=\"mm\">%d.5</value>\n"
-                      "      <note>item %d of the model, kept as free text that a solver would "
-                      "carry along unchanged: material, batch, inspection remarks and so on "
-                      "for the record, together with the notes of the last review of the part and "
-                      "of its drawing. %08d %08d %08d %08d %08d %08d</note>\n"
-                      "      <limits lower=\"-%d\" upper=\"%d\" />\n"
-                      "    </item>\n",
-                      i, i % 10, i, i, i, i, i + 1, i + 2, i + 3, i + 4, i + 5, i, i);
-        out << line;
-    }
-    out << "  </items>\n</model>\n";
-    if (!out) {
-        std::cerr << "cannot write " << path << "\n";
-        std::exit(1);
-    }
+    TextWriter out(path);
+    out.append("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<model name=\"bench\">\n  <items>\n");
+    for (int i = 0; i < count; ++i)
+        out.appendf("    <item id=\"i%d\" group=\"g%d\" load=\"%d.25\" scale=\"1.0\">\n"
+                    "      <value unit=\"mm\">%d.5</value>\n"
+                    "      <note>item %d of the model, kept as free text that a solver would "
+                    "carry along unchanged: material, batch, inspection remarks and so on "
+                    "for the record, together with the notes of the last review of the part and "
+                    "of its drawing. %08d %08d %08d %08d %08d %08d</note>\n"
+                    "      <limits lower=\"-%d\" upper=\"%d\" />\n"
+                    "    </item>\n",
+                    i, i % 10, i, i, i, i, i + 1, i + 2, i + 3, i + 4, i + 5, i, i);
+    out.append("  </items>\n</model>\n");
+    out.finish();
 }
 
 struct PlannedTag {
@@ -140,48 +93,23 @@ std::vector<PlannedTag> planTags(int count) {
     return plan;
 }
 
-fs::path writeTagFile(XmlTagging& module, const fs::path& input, const fs::path& folder,
-                      const std::vector<PlannedTag>& plan) {
+std::list<TagData> tagsOf(const fs::path& input, const std::vector<PlannedTag>& plan) {
     std::list<TagData> tags;
     for (std::size_t k = 0; k < plan.size(); ++k)
         tags.push_back({{}, paramName(k), "Double",
                         {{"mode", "xml", ""}, {"format", "%g", ""}, {"xpath", plan[k].xpath, ""},
                          {"xid", plan[k].xid, ""}, {"filename", input.filename().string(), ""}}});
-    StringStringMap outputs;
-    String errors;
-    module.writeInputTagging(input.filename().string(), tags,
-                             {{"analysisName", "bench"}, {"destDir", folder.string()}, {"version", "1"}},
-                             outputs, errors);
-    if (outputs.empty()) {
-        std::cerr << "cannot write the tag file:\n" << errors << "\n";
-        std::exit(1);
-    }
-    return folder / outputs.begin()->second;
+    return tags;
 }
 
 double timeBaseline(const fs::path& from, const fs::path& to) {
-    const auto begin = std::chrono::steady_clock::now();
-    pugi::xml_document document;
-    if (!document.load_file(from.c_str()) || !document.save_file(to.c_str(), "  ", pugi::format_indent)) {
-        std::cerr << "the baseline failed\n";
-        std::exit(1);
-    }
-    return seconds(std::chrono::steady_clock::now() - begin);
-}
-
-double timeTagging(IPortalHost& host, const fs::path& pristine, const fs::path& input,
-                   const fs::path& tagFile) {
-    fs::copy_file(pristine, input, fs::copy_options::overwrite_existing);
-    String errors;
-    const auto begin = std::chrono::steady_clock::now();
-    XmlTagging module(&host);
-    const bool ok = module.tagInputs({{"inputFilepaths", input.string()}, {"inputTagFilepaths", tagFile.string()}},
-                                     nullptr, errors);
-    const double elapsed = seconds(std::chrono::steady_clock::now() - begin);
-    if (!ok) {
-        std::cerr << "tagging failed:\n" << errors.substr(0, 2000) << "\n";
-        std::exit(1);
-    }
+    bool ok = false;
+    const double elapsed = secondsOf([&] {
+        pugi::xml_document document;
+        ok = document.load_file(from.c_str()) &&
+             document.save_file(to.c_str(), "  ", pugi::format_indent);
+    });
+    if (!ok) fail("the baseline failed");
     return elapsed;
 }
 
@@ -202,44 +130,32 @@ bool checkTagged(const fs::path& input, const std::vector<PlannedTag>& plan) {
     return true;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    int count = 100000;
-    if (argc > 1) {
-        char* end = nullptr;
-        const long n = std::strtol(argv[1], &end, 10);
-        if (end == argv[1] || *end || n < 1 || n > 10000000) {
-            std::cerr << "usage: " << argv[0] << " [sibling count, default 100000]\n";
-            return 1;
-        }
-        count = static_cast<int>(n);
-    }
-    ScratchFolder scratch{fs::temp_directory_path() / ("zeltra_xml_bench_" + std::to_string(::getpid()))};
-    fs::create_directories(scratch.path);
+int run(int argc, char** argv) {
+    const int count =
+        static_cast<int>(sizeArgument(argc, argv, "sibling count", 100000, true, 10000000));
+    const ScratchFolder scratch = makeScratch("zeltra_xml_bench");
     const fs::path pristine = scratch.path / "model.pristine", input = scratch.path / "model.xml",
                    copy = scratch.path / "model.copy";
     writeModel(pristine, count);
     const std::vector<PlannedTag> plan = planTags(count);
-    BenchHost host;
-    fs::path tagFile;
-    {
-        XmlTagging writer(&host);
-        tagFile = writeTagFile(writer, input, scratch.path, plan);
-    }
+    ModelContext context;
+    BenchHost host(context);
+    const fs::path tagFile = writeInputTagFile<XmlTagging>(host, input.filename().string(),
+                                                           tagsOf(input, plan), scratch.path);
     const double bytes = static_cast<double>(fs::file_size(pristine));
     std::printf("model: %.1f MB, %d sibling elements, %zu tags\n", bytes / 1e6, count, plan.size());
 
-    double bestBaseline = 1e300, bestTagging = 1e300;
-    for (int run = 0; run < kRuns; ++run) {
-        bestBaseline = std::min(bestBaseline, timeBaseline(pristine, copy));
-        bestTagging = std::min(bestTagging, timeTagging(host, pristine, input, tagFile));
-    }
-    std::printf("tagging: %.3f s  pugixml load+save: %.3f s  ratio: %.2f (target <= 2)\n", bestTagging,
-                bestBaseline, bestTagging / bestBaseline);
-    if (!checkTagged(input, plan)) {
-        std::cerr << "the tagged document doesn't hold the expected values\n";
-        return 2;
-    }
+    const BestTimes best = bestOf(
+        [&] { return timeBaseline(pristine, copy); },
+        [&] { return timeInputTagging<XmlTagging>(host, pristine, input, tagFile); });
+    std::printf("tagging: %.3f s  pugixml load+save: %.3f s  ratio: %.2f (target <= 2)\n",
+                best.subject, best.baseline, best.subject / best.baseline);
+    if (!checkTagged(input, plan)) fail("the tagged document doesn't hold the expected values", 2);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return guardedMain([&] { return run(argc, argv); });
 }

@@ -49,10 +49,24 @@ void ScriptTagging::failLine(String& errors, int lineNumber, const String& state
     if (!key.empty()) addLevelLine(errors, "ERROR", moduleText(key), args);
 }
 
-bool ScriptTagging::argumentsOf(const String& statement, int lineNumber, StringList& args,
+bool ScriptTagging::argumentsOf(const String& statement, int lineNumber, std::size_t least,
+                                std::size_t most, const char* countKey, StringList& args,
                                 String& errors) {
     String reason;
-    if (parseArguments(statement, args, reason)) return true;
+    if (!parseArguments(statement, args, reason)) {
+        failLine(errors, lineNumber, statement, String(), {});
+        addLine(errors, reason);
+        return false;
+    }
+    if (args.size() >= least && args.size() <= most) return true;
+    failLine(errors, lineNumber, statement, countKey, {numberText(double(args.size()))});
+    return false;
+}
+
+bool ScriptTagging::delimitersOf(const String& arg, const String& statement, int lineNumber,
+                                 String& set, String& errors) {
+    String reason;
+    if (parseDelimiters(arg, set, reason)) return true;
     failLine(errors, lineNumber, statement, String(), {});
     addLine(errors, reason);
     return false;
@@ -167,12 +181,8 @@ bool ScriptTagging::loopStatement(Reader& reader, ScriptContext& state, const St
                                   int lineNumber, String& errors) {
     traceExecuting(reader.currentRowNumber(), currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 1) {
-        failLine(errors, lineNumber, statement, ".err.loopNumOptions",
-                 {numberText(double(args.size()))});
+    if (!argumentsOf(statement, lineNumber, 1, 1, ".err.loopNumOptions", args, errors))
         return false;
-    }
     // Blanks around the argument don't change what it means.
     const String arg = trimmed(args[0]);
     const bool untilEnd = arg == "EOL";
@@ -237,12 +247,8 @@ bool ScriptTagging::moveDown(Reader& reader, ScriptContext& state, const String&
     const int row = reader.currentRowNumber();
     traceExecuting(row, currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 1) {
-        failLine(errors, lineNumber, statement, ".err.moveDownNumOptions",
-                 {numberText(double(args.size()))});
+    if (!argumentsOf(statement, lineNumber, 1, 1, ".err.moveDownNumOptions", args, errors))
         return false;
-    }
     const int n = roundedArgument(args[0]);
     if (n < 1) {
         failLine(errors, lineNumber, statement, ".err.moveDownLinesSmall", {numberText(n)});
@@ -262,12 +268,8 @@ bool ScriptTagging::moveUp(Reader& reader, ScriptContext& state, const String& s
     const int row = reader.currentRowNumber();
     traceExecuting(row, currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 1) {
-        failLine(errors, lineNumber, statement, ".err.moveUpNumOptions",
-                 {numberText(double(args.size()))});
+    if (!argumentsOf(statement, lineNumber, 1, 1, ".err.moveUpNumOptions", args, errors))
         return false;
-    }
     const int n = roundedArgument(args[0]);
     if (n < 1) {
         failLine(errors, lineNumber, statement, ".err.moveUpNumLinesSmall", {numberText(n)});
@@ -288,12 +290,8 @@ bool ScriptTagging::gotoLine(Reader& reader, ScriptContext& state, const String&
                              int lineNumber, String& errors) {
     traceExecuting(reader.currentRowNumber(), currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 1) {
-        failLine(errors, lineNumber, statement, ".err.gotoLineNumOptions",
-                 {numberText(double(args.size()))});
+    if (!argumentsOf(statement, lineNumber, 1, 1, ".err.gotoLineNumOptions", args, errors))
         return false;
-    }
     const int n = roundedArgument(args[0]);
     if (n < 1 || n > reader.numLines()) {
         failLine(errors, lineNumber, statement, ".err.gotoLineInvalidLine",
@@ -364,18 +362,10 @@ bool ScriptTagging::gotoString(Reader& reader, ScriptContext& state, const Strin
                                int lineNumber, String& errors) {
     traceExecuting(reader.currentRowNumber(), currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 2) {
-        failLine(errors, lineNumber, statement, ".err.gotoStringNumOptions",
-                 {numberText(double(args.size()))});
+    if (!argumentsOf(statement, lineNumber, 2, 2, ".err.gotoStringNumOptions", args, errors))
         return false;
-    }
-    String text, reason;
-    if (!parseDelimiters(args[0], text, reason)) {
-        failLine(errors, lineNumber, statement, String(), {});
-        addLine(errors, reason);
-        return false;
-    }
+    String text;
+    if (!delimitersOf(args[0], statement, lineNumber, text, errors)) return false;
     const int instance = roundedArgument(args[1]);
     if (instance == 0) {
         failLine(errors, lineNumber, statement, ".err.gotoStringInstanceZero", {});

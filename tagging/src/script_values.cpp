@@ -22,8 +22,6 @@ using Reader = Support::FileBufferedReader;
 
 int rounded(const String& text) { return ScriptTagging::roundedArgument(text); }
 
-String count(const StringList& args) { return HelperBase::numberText(double(args.size())); }
-
 ScriptParameter& currentParameter(ScriptContext& state) {
     return state.parameters[static_cast<std::size_t>(state.currentParameter)];
 }
@@ -48,31 +46,21 @@ bool ScriptTagging::setToken(bool fixed, Reader& reader, ScriptContext& state,
     const int row = reader.currentRowNumber();
     traceExecuting(row, currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    const int first = args.size() == 3 ? rounded(args[0]) : 0;
-    const int second = args.size() == 3 ? rounded(args[1]) : 0;
+    if (!argumentsOf(statement, lineNumber, 3, 3,
+                     fixed ? ".err.setValueFixedNumOptions" : ".err.setValueFreeNumOptions", args,
+                     errors))
+        return false;
+    const int first = rounded(args[0]);
+    const int second = rounded(args[1]);
     String delimSet;
     if (!fixed) {
-        if (args.size() != 3) {
-            failLine(errors, lineNumber, statement, ".err.setValueFreeNumOptions", {count(args)});
-            return false;
-        }
         if (first < 1) {
             failLine(errors, lineNumber, statement, ".err.setValueFreeSmallPos",
                      {trimmed(args[0])});
             return false;
         }
-        String reason;
-        if (!parseDelimiters(args[1], delimSet, reason)) {
-            failLine(errors, lineNumber, statement, String(), {});
-            addLine(errors, reason);
-            return false;
-        }
+        if (!delimitersOf(args[1], statement, lineNumber, delimSet, errors)) return false;
     } else {
-        if (args.size() != 3) {
-            failLine(errors, lineNumber, statement, ".err.setValueFixedNumOptions", {count(args)});
-            return false;
-        }
         if (first < 1) {
             failLine(errors, lineNumber, statement, ".err.setValueFixedSmallStartPos",
                      {join(args, ","), trimmed(args[0])});
@@ -125,14 +113,11 @@ bool ScriptTagging::setRelative(bool fixed, Reader& reader, ScriptContext& state
                                 const String& statement, int lineNumber, String& errors) {
     traceExecuting(reader.currentRowNumber(), currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 5) {
-        failLine(errors, lineNumber, statement,
-                 fixed ? ".err.setRelativeValueFixedNumOptions"
-                       : ".err.setRelativeValueFreeNumOptions",
-                 {count(args)});
+    if (!argumentsOf(statement, lineNumber, 5, 5,
+                     fixed ? ".err.setRelativeValueFixedNumOptions"
+                           : ".err.setRelativeValueFreeNumOptions",
+                     args, errors))
         return false;
-    }
     if (rounded(args[2]) < 1) {
         failLine(errors, lineNumber, statement,
                  fixed ? ".err.setRelativeValueFixedSmallStartPos"
@@ -241,13 +226,10 @@ bool ScriptTagging::getToken(bool fixed, Reader& reader, ScriptContext& state,
     const String line = currentLine(reader, state);
     traceExecuting(row, line, statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 2) {
-        failLine(errors, lineNumber, statement,
-                 fixed ? ".err.getValueFixedNumOptions" : ".err.getValueFreeNumOptions",
-                 {count(args)});
+    if (!argumentsOf(statement, lineNumber, 2, 2,
+                     fixed ? ".err.getValueFixedNumOptions" : ".err.getValueFreeNumOptions", args,
+                     errors))
         return false;
-    }
     const int first = rounded(args[0]), second = rounded(args[1]);
     String local, value;
     bool ok;
@@ -269,12 +251,8 @@ bool ScriptTagging::getToken(bool fixed, Reader& reader, ScriptContext& state,
                      {trimmed(args[0])});
             return false;
         }
-        String delimSet, reason;
-        if (!parseDelimiters(args[1], delimSet, reason)) {
-            failLine(errors, lineNumber, statement, String(), {});
-            addLine(errors, reason);
-            return false;
-        }
+        String delimSet;
+        if (!delimitersOf(args[1], statement, lineNumber, delimSet, errors)) return false;
         ok = extractDelimToken(first, line, row + 1, String(), delimSet, value, local);
     }
     ColumnRun single;
@@ -285,13 +263,10 @@ bool ScriptTagging::getRelative(bool fixed, Reader& reader, ScriptContext& state
                                 const String& statement, int lineNumber, String& errors) {
     traceExecuting(reader.currentRowNumber(), currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 4) {
-        failLine(errors, lineNumber, statement,
-                 fixed ? ".err.getRelValueFixedNumOptions" : ".err.getRelValueFreeNumOptions",
-                 {count(args)});
+    if (!argumentsOf(statement, lineNumber, 4, 4,
+                     fixed ? ".err.getRelValueFixedNumOptions" : ".err.getRelValueFreeNumOptions",
+                     args, errors))
         return false;
-    }
     if (rounded(args[2]) < 1) {
         failLine(errors, lineNumber, statement,
                  fixed ? ".err.getRelValueFixedSmallStartPos" : ".err.getRelValueFreeSmallPos",
@@ -346,13 +321,10 @@ bool ScriptTagging::getColumn(bool fixed, Reader& reader, ScriptContext& state,
                               const String& statement, int lineNumber, String& errors) {
     traceExecuting(reader.currentRowNumber(), currentLine(reader, state), statement, lineNumber);
     StringList args;
-    if (!argumentsOf(statement, lineNumber, args, errors)) return false;
-    if (args.size() != 3 && args.size() != 4) {
-        failLine(errors, lineNumber, statement,
-                 fixed ? ".err.getColumnFixedNumOptions" : ".err.getColumnFreeNumOptions",
-                 {count(args)});
+    if (!argumentsOf(statement, lineNumber, 3, 4,
+                     fixed ? ".err.getColumnFixedNumOptions" : ".err.getColumnFreeNumOptions",
+                     args, errors))
         return false;
-    }
     const int first = rounded(args[0]);
     const int last = fixed ? rounded(args[1]) : 0;
     String delimSet;
@@ -367,12 +339,7 @@ bool ScriptTagging::getColumn(bool fixed, Reader& reader, ScriptContext& state,
                      {trimmed(args[0])});
             return false;
         }
-        String reason;
-        if (!parseDelimiters(args[2], delimSet, reason)) {
-            failLine(errors, lineNumber, statement, String(), {});
-            addLine(errors, reason);
-            return false;
-        }
+        if (!delimitersOf(args[2], statement, lineNumber, delimSet, errors)) return false;
     }
     const String kind = fixed ? "FIXED" : "FREE";
     const String linesArg = trimmed(args[fixed ? 2 : 1]);

@@ -12,6 +12,10 @@ String message(const char* level, const String& key, const StringList& args, con
     return HelperBase::formatList(level ? HelperBase::normalizeLevel(text, level) : text, args);
 }
 
+String failed(int line, const String& statement) {
+    return message("ERROR", ".err.couldNotExecuteLine", {std::to_string(line), statement});
+}
+
 String scriptFile(const StringList& scripts, const String& taggedName) {
     String text = "$ File type, version\nscripting, 1\n$ Tag definition file: " + taggedName +
                   "\nSCRIPTING\n$! Number of tags: " + std::to_string(scripts.size()) + "\n";

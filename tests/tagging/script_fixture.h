@@ -20,6 +20,20 @@ using MOSAQ::StringList;
 String message(const char* level, const String& key, const StringList& args,
                const char* table = "Scripting");
 
+// The line that opens the report of a failing statement: its script line
+// number and its text.
+String failed(int line, const String& statement);
+
+// A row of a table of failing statements: the statement and the message
+// that must follow its ".err.couldNotExecuteLine".
+struct StatementError {
+    const char* statement;
+    const char* key;
+    StringList args;
+    const char* table = "Scripting";
+    String expected() const { return message("ERROR", key, args, table); }
+};
+
 // The text of a script tag definition file holding the scripts, in order.
 String scriptFile(const StringList& scripts, const String& taggedName = "deck.inp");
 

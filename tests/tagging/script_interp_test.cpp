@@ -10,8 +10,10 @@
 
 using namespace MOSAQ;
 using fakehost::ScopedEnv;
+using scripttest::failed;
 using scripttest::message;
 using scripttest::ScriptRun;
+using scripttest::StatementError;
 using H = MOSAQ::Portals::HelperBase;
 
 namespace {
@@ -49,10 +51,6 @@ protected:
         EXPECT_FALSE(std::filesystem::exists(run.file("deck.inp.temp")));
     }
 };
-
-String failed(int line, const String& statement) {
-    return message("ERROR", ".err.couldNotExecuteLine", {std::to_string(line), statement});
-}
 
 TEST_F(ScriptInterp, CursorStatementsLandWhereTheySay) {
     struct Case {
@@ -98,12 +96,7 @@ TEST_F(ScriptInterp, GotoStringCountsEveryOccurrenceAndDecodesItsText) {
 }
 
 TEST_F(ScriptInterp, ArgumentErrorsNameTheLineAndTheReason) {
-    struct Case {
-        const char* statement;
-        const char* key;
-        StringList args;
-        const char* table = "Scripting";
-    } const cases[] = {
+    const StatementError cases[] = {
         {"MOVE_DOWN(6)", ".err.moveDownLinesBig", {"6"}},
         {"MOVE_DOWN(0)", ".err.moveDownLinesSmall", {"0"}},
         {"MOVE_DOWN(1, 2)", ".err.moveDownNumOptions", {"2"}},
@@ -126,11 +119,10 @@ TEST_F(ScriptInterp, ArgumentErrorsNameTheLineAndTheReason) {
         {"LOOP(1, 2)\nEND_LOOP", ".err.loopNumOptions", {"2"}},
         {"LOOP(count)\nEND_LOOP", ".err.loopNumItersMissing", {"count"}},
     };
-    for (const Case& c : cases) {
+    for (const StatementError& c : cases) {
         SCOPED_TRACE(c.statement);
         const String first = H::split(c.statement, '\n')[0];
-        expectFailure(body(c.statement),
-                      {failed(2, first), message("ERROR", c.key, c.args, c.table)});
+        expectFailure(body(c.statement), {failed(2, first), c.expected()});
     }
 }
 

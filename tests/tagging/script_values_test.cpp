@@ -6,15 +6,13 @@
 #include "zeltra/helper_base.h"
 
 using namespace MOSAQ;
+using scripttest::failed;
 using scripttest::message;
 using scripttest::ScriptRun;
+using scripttest::StatementError;
 using H = MOSAQ::Portals::HelperBase;
 
 namespace {
-
-String failed(int line, const String& statement) {
-    return message("ERROR", ".err.couldNotExecuteLine", {std::to_string(line), statement});
-}
 
 bool holds(const String& errors, const StringList& lines) {
     return errors.find(H::join(lines, "\n")) != String::npos;
@@ -67,12 +65,7 @@ TEST_F(ScriptSet, FixedColumnWarningsReachTheCallerAndTheStatementSucceeds) {
 }
 
 TEST_F(ScriptSet, ArgumentAndTokenErrorsLeaveTheFileAlone) {
-    struct Case {
-        const char* statement;
-        const char* key;
-        StringList args;
-        const char* table = "Scripting";
-    } const cases[] = {
+    const StatementError cases[] = {
         {"SET_VALUE_FREE(1, \\s)", ".err.setValueFreeNumOptions", {"2"}},
         {"SET_VALUE_FREE(0, \\s, F)", ".err.setValueFreeSmallPos", {"0"}},
         {"SET_VALUE_FREE(1, \\q, F)", ".err.invalidDelimBackslash", {}, "tagging"},
@@ -92,14 +85,13 @@ TEST_F(ScriptSet, ArgumentAndTokenErrorsLeaveTheFileAlone) {
         {"SET_RELATIVE_VALUE_FREE(zz, 1, 1, \\s, F)", ".err.gotoStringNotFoundDown", {"zz", "0"}},
     };
     host.context.designValues = {{"p", "V"}};
-    for (const Case& c : cases) {
+    for (const StatementError& c : cases) {
         SCOPED_TRACE(c.statement);
         const auto o = runInput("a b\n", {"SET_PARAMETER_LIST(p)\n" + String(c.statement)});
         EXPECT_FALSE(o.ok);
         EXPECT_EQ(o.file, "a b\n");
         EXPECT_TRUE(holds(o.errors, {failed(2, c.statement)})) << o.errors;
-        EXPECT_NE(o.errors.find(message("ERROR", c.key, c.args, c.table)), String::npos)
-            << o.errors;
+        EXPECT_NE(o.errors.find(c.expected()), String::npos) << o.errors;
     }
     // A parameter the host has no value for is not written as empty.
     const auto o = runInput("a b\n", {"SET_PARAMETER_LIST(gone)\nSET_VALUE_FREE(1, \\s, F)"});
@@ -195,6 +187,8 @@ TEST_F(ScriptGet, FailuresReportTheResponseAndKeepTheOthers) {
         {"1\n", "GET_COLUMN_FREE(0, EOC, \\s)",
          {message("ERROR", ".err.getColumnFreeSmallPos", {"0"})}},
         {"1\n", "GET_COLUMN_FIXED(1, 2)", {message("ERROR", ".err.getColumnFixedNumOptions", {"2"})}},
+        {"1\n", "GET_COLUMN_FIXED(1, 2, 3, x, y)",
+         {message("ERROR", ".err.getColumnFixedNumOptions", {"5"})}},
         {"1\n", "GET_COLUMN_FIXED(3, 2, EOC)",
          {message("ERROR", ".err.getColumnFixedSmallEndCol", {"2", "3"})}},
         {"1\n", "GET_COLUMN_FIXED(1, 2, 0)",

@@ -325,7 +325,14 @@ private:
     // Statement helpers: "couldNotExecuteLine" and then the reason.
     void failLine(String& errors, int lineNumber, const String& statement, const String& key,
                   const StringList& args);
-    bool argumentsOf(const String& statement, int lineNumber, StringList& args, String& errors);
+    // The arguments of a statement, which must number `least` to `most`;
+    // otherwise the line fails with `countKey`, which is given the count.
+    bool argumentsOf(const String& statement, int lineNumber, std::size_t least,
+                     std::size_t most, const char* countKey, StringList& args, String& errors);
+    // The characters a delimiter (or search text) argument spells; otherwise
+    // the line fails with the reason.
+    bool delimitersOf(const String& arg, const String& statement, int lineNumber, String& set,
+                      String& errors);
     bool runLoop(Support::FileBufferedReader& reader, ScriptContext& state, const String& first,
                  const StringList& lines, std::size_t& index, int& lineNumber, String& errors);
     bool searchText(Support::FileBufferedReader& reader, const ScriptContext& state,
