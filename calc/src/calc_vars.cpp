@@ -309,14 +309,15 @@ int calc_write(CalcRun *run, CalcNode *n, const char *name, int handOver)
     if (n->isArray && handOver && n->owned && n->type != SDF_CHAR_T) {
         void *block = n->data;
         rc = sdf_adopt_array(ch, name, n->type, n->dims, units, &block, calc_block_bytes(run, n->data));
-        if (rc >= 3000) return chain(run, n, rc, "sdf_define_array");
         if (!block) {
-            /* The variable holds the elements now; the node lets go of them. */
+            /* The library holds the block now (and has freed it again if the
+             * define failed after taking it); the node lets go of it. */
             calc_block_given(run, n->data);
             n->owned = 0;
             calc_set_scalar(n, n->type);
-            return 0;
         }
+        if (rc >= 3000) return chain(run, n, rc, "sdf_define_array");
+        if (!block) return 0;
         int64_t start[8] = {0};
         start[0] = n->dims[0];
         return chain(run, n, Sdf_Write_Array64(ch, name, n->data, start, n->count), "sdf_write_array");
