@@ -20,7 +20,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <new>
 #include <vector>
 
 #include "calc_core.h"
