@@ -7,19 +7,23 @@
  * constants is instead run here chunk by chunk: each operator works on a
  * few thousand elements at a time in small buffers that stay in cache, the
  * arrays are read where the channel keeps them, and only the result takes a
- * block.
+ * block. Arrays of millions of elements are cut into stretches that threads
+ * compute side by side.
  *
  * Invariants: the result is the one the walk gives, element for element:
  * the same double arithmetic in the same order per element, stored units
  * taken into base units the same way, constants evaluated by the walk
  * itself and converted as the walk converts them, units combined by the
- * same routine, and every divisor of zero handled by calc_range (elements
- * of one operator in index order; operators interleave chunk by chunk). The
- * channel doesn't change while the pass reads it. A subtree that doesn't
- * qualify is left untouched for the walk. */
+ * same routine, and every divisor of zero handled by calc_range on the
+ * caller's thread (elements of one operator in index order; operators
+ * interleave chunk by chunk). Helper threads touch nothing but the arrays,
+ * their own buffers and their own stretch of the result, and are joined
+ * before the pass returns. The channel doesn't change while the pass reads
+ * it. A subtree that doesn't qualify is left untouched for the walk. */
 #include <string.h>
 
 #include <algorithm>
+#include <thread>
 #include <vector>
 
 #include "calc_core.h"
@@ -27,6 +31,8 @@
 namespace {
 
 constexpr int64_t kChunk = 2048;
+constexpr int64_t kPerThread = int64_t{1} << 18; /* elements a thread is worth starting for */
+constexpr int64_t kMaxThreads = 8;
 constexpr int kMaxDepth = 48;
 
 enum { kLoad = -100 }; /* step: an array taken into base units */
@@ -185,9 +191,18 @@ void each(double *r, const double *x, double kx, const double *y, double ky, int
         for (int64_t j = 0; j < m; ++j) r[j] = f(kx, y[j]);
 }
 
-/* Division of one chunk; elements `at` + j. */
-int divide(CalcRun *run, const Step &s, double *r, const double *x, const double *y, int64_t m, int64_t at,
-           int *hi)
+/* A stretch of the result, from element `from` to before `to`, and whom to
+ * tell of a zero divisor: the run (through calc_range, in index order), or
+ * nobody when a helper thread computes it, which then just stops. */
+struct Stretch {
+    CalcRun *run;
+    int64_t from, to;
+    int hi = 0;
+};
+
+/* Division of one chunk; elements `at` + j. 0, a code of 3000 or more, or
+ * -1 when a stretch without a run meets a zero divisor. */
+int divide(const Step &s, Stretch &st, double *r, const double *x, const double *y, int64_t m, int64_t at)
 {
     bool zero = false;
     if (y) {
@@ -199,6 +214,7 @@ int divide(CalcRun *run, const Step &s, double *r, const double *x, const double
         each(r, x, s.a.k, y, s.b.k, m, [](double p, double q) { return p / q; });
         return 0;
     }
+    if (!st.run) return -1;
     for (int64_t j = 0; j < m; ++j) {
         const double p = x ? x[j] : s.a.k, q = y ? y[j] : s.b.k;
         if (q != 0) {
@@ -206,23 +222,26 @@ int divide(CalcRun *run, const Step &s, double *r, const double *x, const double
             continue;
         }
         double subst;
-        const int rc = keep_worst(calc_range(run, s.node, 2, at + j, &subst), hi);
+        const int rc = keep_worst(calc_range(st.run, s.node, 2, at + j, &subst), &st.hi);
         r[j] = subst;
         if (rc >= 3000) return rc;
     }
     return 0;
 }
 
-int execute(CalcRun *run, const Plan &plan, double *result, int64_t count, int *hi)
+/* Computes one stretch. 0, a code of 3000 or more (reported), -1 (a zero
+ * divisor without a run) or -2 (no memory for the buffers; nothing
+ * reported). Throws nothing, so it may run on a thread of its own. */
+int compute(const Plan &plan, double *result, Stretch &st) noexcept
 {
     std::vector<double> regs;
     try {
         regs.resize((size_t)plan.regs * (size_t)kChunk);
     } catch (...) {
-        return calc_fail_text(run, plan.steps.back().node, 3025, "Sdf_Calc:fused");
+        return -2;
     }
-    for (int64_t at = 0; at < count; at += kChunk) {
-        const int64_t m = std::min(kChunk, count - at);
+    for (int64_t at = st.from; at < st.to; at += kChunk) {
+        const int64_t m = std::min(kChunk, st.to - at);
         auto in = [&](const Operand &o) -> const double * {
             if (o.array) return o.array + at;
             return o.reg >= 0 ? &regs[(size_t)o.reg * kChunk] : nullptr;
@@ -243,14 +262,45 @@ int execute(CalcRun *run, const Plan &plan, double *result, int64_t count, int *
             case CALC_SUB: each(r, x, s.a.k, y, s.b.k, m, [](double p, double q) { return p - q; }); break;
             case CALC_MUL: each(r, x, s.a.k, y, s.b.k, m, [](double p, double q) { return p * q; }); break;
             default: {
-                const int rc = divide(run, s, r, x, y, m, at, hi);
-                if (rc >= 3000) return rc;
+                const int rc = divide(s, st, r, x, y, m, at);
+                if (rc != 0) return rc;
                 break;
             }
             }
         }
     }
     return 0;
+}
+
+/* Large arrays are cut into stretches computed side by side, one thread
+ * each. Only when every stretch went through without a zero divisor does
+ * that stand; otherwise (or when a thread can't be had) one pass over all
+ * elements does it again on this thread, reporting in index order. */
+int execute(CalcRun *run, const Plan &plan, double *result, int64_t count, int *hi)
+{
+    const int64_t cores = std::max(1u, std::thread::hardware_concurrency());
+    const int64_t parts = std::min({cores, kMaxThreads, count / kPerThread});
+    if (parts > 1) {
+        const int64_t per = (count / parts + kChunk - 1) / kChunk * kChunk;
+        std::vector<Stretch> st;
+        for (int64_t k = 0; k < parts; ++k) st.push_back({nullptr, std::min(count, k * per), std::min(count, (k + 1) * per)});
+        std::vector<int> rcs((size_t)parts, -2);
+        std::vector<std::thread> threads;
+        try {
+            for (int64_t k = 1; k < parts; ++k)
+                threads.emplace_back([&, k] { rcs[(size_t)k] = compute(plan, result, st[(size_t)k]); });
+        } catch (...) {
+            /* fewer threads than stretches: the pass below does all */
+        }
+        rcs[0] = compute(plan, result, st[0]);
+        for (std::thread &t : threads) t.join();
+        if (std::all_of(rcs.begin(), rcs.end(), [](int rc) { return rc == 0; })) return 0;
+    }
+    Stretch all{run, 0, count};
+    const int rc = compute(plan, result, all);
+    *hi = std::max(*hi, all.hi);
+    if (rc == -2) return calc_fail_text(run, plan.steps.back().node, 3025, "Sdf_Calc:fused");
+    return rc;
 }
 
 } // namespace

@@ -98,6 +98,33 @@ TEST_F(CalcFused, DivisorsOfZeroFollowTheRangeCheck)
     }
 }
 
+TEST_F(CalcFused, ArraysSplitAcrossThreadsGiveTheSameResultAndReportZerosInOrder)
+{
+    // Enough elements for two threads where there are two cores; a zero
+    // divisor in the last stretch sends the pass back to one thread.
+    const int64_t n = 600000;
+    std::vector<double> p(n), q(n);
+    for (int64_t i = 0; i < n; ++i) {
+        p[i] = 0.5 + (double)(i % 89) * 1.3;
+        q[i] = 1.0 + (double)(i % 61) * 0.7;
+    }
+    define("p", p, "m");
+    define("q", q, "m");
+    ASSERT_EQ(calc("f = p*q + p/q - q*q"), 0);
+    ASSERT_EQ(calc("w = dble(p)*q + dble(p)/q - dble(q)*q"), 0);
+    expectSame("f", "w", "no zero divisor");
+    q[n - 10] = 0;
+    q[n - 3] = 0;
+    define("q", q, "m");
+    Sdf_Set_Opts("Calc_Range_Check=Warning,Calc_Range_Subst=5");
+    Sdf_Delete(ch, "f");
+    Sdf_Delete(ch, "w");
+    ASSERT_EQ(calc("f = p*q + p/q - q*q"), 2104);
+    ASSERT_EQ(calc("w = dble(p)*q + dble(p)/q - dble(q)*q"), 2104);
+    expectSame("f", "w", "two zero divisors");
+    EXPECT_EQ(values("f")[n - 3], 5);
+}
+
 TEST_F(CalcFused, HoldsOneBlockForTheResult)
 {
     const double block = (double)kN * sizeof(double);
