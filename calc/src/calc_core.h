@@ -50,9 +50,10 @@ typedef struct CalcArrayAt {
  * names a double array of the channel with readable units; false, quietly,
  * for anything else (the walk then reads it as usual). 1 when filled. */
 int calc_double_array_at(CalcRun *run, const CalcNode *node, CalcArrayAt *at);
-/* Elementwise arithmetic in one pass: evaluates op when its subtree
- * qualifies (see calc_fused.cpp) and returns its code; CALC_NOT_FUSED when
- * it doesn't, having changed nothing. */
+/* Elementwise arithmetic in one pass: evaluates op (an arithmetic
+ * operator, or a name alone) when its subtree qualifies (see calc_fused.cpp)
+ * and returns its code; CALC_NOT_FUSED when it doesn't, having changed
+ * nothing. */
 enum { CALC_NOT_FUSED = -1 };
 int calc_fused(CalcRun *run, CalcNode *op);
 /* Units of the result of binary op over a and b (null: none), as the

@@ -263,7 +263,9 @@ int calc_walk(CalcRun *run, CalcNode *n)
     case CALC_ASSIGN:
         if (!n->left || !n->right) return calc_fail(run, n, 3102, 0);
         if (n->left->kind == CALC_TABLE || n->right->kind == CALC_TABLE) return calc_table_assign(run, n);
-        rc = calc_walk(run, n->right);
+        /* An array copied by name goes through the one pass too. */
+        rc = n->right->kind == CALC_OPERAND ? calc_fused(run, n->right) : CALC_NOT_FUSED;
+        if (rc == CALC_NOT_FUSED) rc = calc_walk(run, n->right);
         if (rc >= 3000) return rc;
         {
             int r = calc_assign(run, n);

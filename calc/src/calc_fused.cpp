@@ -35,7 +35,7 @@ constexpr int64_t kPerThread = int64_t{1} << 18; /* elements a thread is worth s
 constexpr int64_t kMaxThreads = 8;
 constexpr int kMaxDepth = 48;
 
-enum { kLoad = -100 }; /* step: an array taken into base units */
+enum { kLoad = -100, kCopy = -101 }; /* steps: an array taken into base units; an array as it is */
 
 struct Operand {
     const double *array = nullptr; /* element 0 of the array, or null */
@@ -255,6 +255,7 @@ int compute(const Plan &plan, double *result, Stretch &st) noexcept
                 for (int64_t j = 0; j < m; ++j) r[j] = x[j] * scale + offset;
                 break;
             }
+            case kCopy: memcpy(r, x, (size_t)m * sizeof(double)); break;
             case CALC_UMINUS:
                 for (int64_t j = 0; j < m; ++j) r[j] = -x[j];
                 break;
@@ -309,7 +310,8 @@ int calc_fused(CalcRun *run, CalcNode *op)
 {
     Plan plan;
     try {
-        if (!arith(op->kind) || classify(run, op, plan, 0) != kArrays) return CALC_NOT_FUSED;
+        if (!(arith(op->kind) || op->kind == CALC_OPERAND) || classify(run, op, plan, 0) != kArrays)
+            return CALC_NOT_FUSED;
     } catch (...) {
         return CALC_NOT_FUSED; /* the walk needs less memory up front */
     }
@@ -317,6 +319,9 @@ int calc_fused(CalcRun *run, CalcNode *op)
     Operand root;
     try {
         rc = build(run, op, op, plan, &root, &hi);
+        /* A name alone: its elements as they are. */
+        if (rc < 3000 && (plan.steps.empty() || root.reg != plan.steps.back().dst))
+            plan.steps.push_back({kCopy, op, root, {}, plan.regs++, 1, 0});
     } catch (...) {
         return calc_fail_text(run, op, 3025, "Sdf_Calc:fused");
     }

@@ -67,6 +67,8 @@ TEST_F(CalcFused, GivesTheWalksResultBitForBit)
         {"a*b*a*b*a - b/a + (k*k)/(a*a)", "dble(a)*b*dble(a)*b*dble(a) - b/dble(a) + (dble(k)*k)/(dble(a)*a)"},
         {"2.5 - a / 7", "2.5 - dble(a) / 7"},
         {"t * 2 + k/a", "dble(t) * 2 + dble(k)/a"},
+        {"k", "dble(k)"},
+        {"b", "dble(b)"},
     };
     for (const Row &r : rows) {
         Sdf_Delete(ch, "f");
@@ -76,6 +78,8 @@ TEST_F(CalcFused, GivesTheWalksResultBitForBit)
         ASSERT_EQ(values("f").size(), (size_t)kN) << r.fused;
         expectSame("f", "w", r.fused);
     }
+    ASSERT_EQ(calc("f2 [km] = a, w2 [km] = dble(a)"), 0);
+    expectSame("f2", "w2", "a name alone into other units");
     // Operands the pass doesn't take (units that don't add up, shapes that
     // differ) get the walk's answer, errors included.
     EXPECT_EQ(calc("a + a*a"), 3108);
