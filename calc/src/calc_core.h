@@ -56,6 +56,9 @@ int calc_double_array_at(CalcRun *run, const CalcNode *node, CalcArrayAt *at);
  * nothing. */
 enum { CALC_NOT_FUSED = -1 };
 int calc_fused(CalcRun *run, CalcNode *op);
+/* d[i] = d[i] * scale + offset over count doubles, on every core when
+ * there are many. */
+void calc_scale_doubles(double *d, int64_t count, double scale, double offset);
 /* Units of the result of binary op over a and b (null: none), as the
  * operator combines them. 0, or a code reported (3105, 3107, 3108). */
 int calc_combine_units(CalcRun *run, CalcNode *op, CalcNode *a, CalcNode *b, const char **out, int *has);

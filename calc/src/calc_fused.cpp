@@ -273,18 +273,27 @@ int compute(const Plan &plan, double *result, Stretch &st) noexcept
     return 0;
 }
 
+/* Stretches of [0, count) for side-by-side threads: 1 when it isn't worth it. */
+int64_t stretches(int64_t count, int64_t *per)
+{
+    const int64_t cores = std::max(1u, std::thread::hardware_concurrency());
+    const int64_t parts = std::min({cores, kMaxThreads, count / kPerThread});
+    *per = parts > 1 ? (count / parts + kChunk - 1) / kChunk * kChunk : count;
+    return std::max<int64_t>(parts, 1);
+}
+
 /* Large arrays are cut into stretches computed side by side, one thread
  * each. Only when every stretch went through without a zero divisor does
  * that stand; otherwise (or when a thread can't be had) one pass over all
  * elements does it again on this thread, reporting in index order. */
 int execute(CalcRun *run, const Plan &plan, double *result, int64_t count, int *hi)
 {
-    const int64_t cores = std::max(1u, std::thread::hardware_concurrency());
-    const int64_t parts = std::min({cores, kMaxThreads, count / kPerThread});
+    int64_t per = count;
+    const int64_t parts = stretches(count, &per);
     if (parts > 1) {
-        const int64_t per = (count / parts + kChunk - 1) / kChunk * kChunk;
         std::vector<Stretch> st;
-        for (int64_t k = 0; k < parts; ++k) st.push_back({nullptr, std::min(count, k * per), std::min(count, (k + 1) * per)});
+        for (int64_t k = 0; k < parts; ++k)
+            st.push_back({nullptr, std::min(count, k * per), std::min(count, (k + 1) * per)});
         std::vector<int> rcs((size_t)parts, -2);
         std::vector<std::thread> threads;
         try {
@@ -305,6 +314,25 @@ int execute(CalcRun *run, const Plan &plan, double *result, int64_t count, int *
 }
 
 } // namespace
+
+void calc_scale_doubles(double *d, int64_t count, double scale, double offset)
+{
+    auto part = [=](int64_t from, int64_t to) {
+        for (int64_t i = from; i < to; ++i) d[i] = d[i] * scale + offset;
+    };
+    int64_t per = count;
+    stretches(count, &per);
+    std::vector<std::thread> threads;
+    int64_t done = per; /* the first stretch is this thread's own */
+    try {
+        for (; done < count; done += per) threads.emplace_back(part, done, std::min(count, done + per));
+    } catch (...) {
+        /* no more threads: this one takes the rest */
+    }
+    part(0, std::min(count, per));
+    for (std::thread &t : threads) t.join();
+    if (done < count) part(done, count);
+}
 
 int calc_fused(CalcRun *run, CalcNode *op)
 {

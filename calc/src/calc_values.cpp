@@ -489,8 +489,7 @@ int calc_scale(CalcRun *run, CalcNode *op, CalcNode *n, double scale, double off
     }
     if (n->type == SDF_DBLE_T) {
         /* The common case, without the per-element type switch. */
-        double *d = n->ddata;
-        for (int64_t i = 0; i < n->count; ++i) d[i] = d[i] * scale + offset;
+        calc_scale_doubles(n->ddata, n->count, scale, offset);
         return 0;
     }
     const bool cx = n->type == SDF_CMPX_T || n->type == SDF_DCMPX_T;

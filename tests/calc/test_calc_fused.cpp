@@ -117,6 +117,13 @@ TEST_F(CalcFused, ArraysSplitAcrossThreadsGiveTheSameResultAndReportZerosInOrder
     ASSERT_EQ(calc("f = p*q + p/q - q*q"), 0);
     ASSERT_EQ(calc("w = dble(p)*q + dble(p)/q - dble(q)*q"), 0);
     expectSame("f", "w", "no zero divisor");
+    // A conversion of many elements, shared out to threads, misses none.
+    ASSERT_EQ(calc("g [km] = p"), 0);
+    const std::vector<double> g = values("g");
+    ASSERT_EQ(g.size(), (size_t)n);
+    int64_t wrong = 0;
+    for (int64_t i = 0; i < n; ++i) wrong += g[i] != p[i] * (1.0 / 1000) + -0.0;
+    EXPECT_EQ(wrong, 0);
     q[n - 10] = 0;
     q[n - 3] = 0;
     define("q", q, "m");
